@@ -1,7 +1,15 @@
-# Warning flags for the project's own targets; never global, so consumers are not affected.
+# Compile options for the project's own targets; never global, so consumers are not affected.
+set(TALVEX_SANITIZERS "" CACHE STRING "Sanitizers to build with, e.g. address;undefined or thread")
+
 function(talvex_set_warnings target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
     if(TALVEX_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)
+    endif()
+    if(TALVEX_SANITIZERS)
+        list(JOIN TALVEX_SANITIZERS "," sanitizers)
+        target_compile_options(${target} PRIVATE -fsanitize=${sanitizers}
+                               -fno-sanitize-recover=all -fno-omit-frame-pointer)
+        target_link_options(${target} PRIVATE -fsanitize=${sanitizers})
     endif()
 endfunction()

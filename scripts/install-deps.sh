@@ -3,6 +3,11 @@
 # lists are refreshed only when something is missing.
 set -euo pipefail
 
+SUDO=""
+if [ "$(id -u)" -ne 0 ]; then
+    SUDO="sudo"
+fi
+
 packages=(
     cmake g++ make pkg-config
     libjsoncpp-dev
@@ -10,7 +15,31 @@ packages=(
     libgtest-dev libgmock-dev libbenchmark-dev
     clang-format
 )
-packages+=("$@")
+
+# Extra sets, named on the command line.
+for set_name in "$@"; do
+    case "$set_name" in
+        arm)
+            # Cross build for 32-bit ARM, tests run under qemu-arm.
+            if ! dpkg --print-foreign-architectures | grep -qx armhf; then
+                ${SUDO:-} dpkg --add-architecture armhf
+            fi
+            packages+=(g++-arm-linux-gnueabihf qemu-user
+                       libjsoncpp-dev:armhf android-liblog-dev:armhf android-libcutils-dev:armhf
+                       android-libutils-dev:armhf libgtest-dev:armhf libgmock-dev:armhf)
+            ;;
+        fuzz)
+            packages+=(clang libclang-rt-14-dev libfuzzer-14-dev)
+            ;;
+        tools)
+            packages+=(valgrind)
+            ;;
+        *)
+            echo "install-deps: unknown set '$set_name' (known: arm, fuzz, tools)" >&2
+            exit 2
+            ;;
+    esac
+done
 
 missing=()
 for p in "${packages[@]}"; do
@@ -24,10 +53,6 @@ if [ ${#missing[@]} -eq 0 ]; then
 fi
 
 echo "install-deps: installing ${missing[*]}"
-sudo=""
-if [ "$(id -u)" -ne 0 ]; then
-    sudo="sudo"
-fi
 export DEBIAN_FRONTEND=noninteractive
-$sudo apt-get update -qq || true  # a transient error on one index must not stop the install
-$sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"
+${SUDO:-} apt-get update -qq || true  # a transient error on one index must not stop the install
+${SUDO:-} apt-get install -y -qq --no-install-recommends "${missing[@]}"
