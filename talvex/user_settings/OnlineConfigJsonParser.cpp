@@ -10,8 +10,8 @@ namespace {
 
 constexpr std::size_t PIECES_PER_SETTING = 3;
 
-// The strict reader rejects comments and bare values at the root. Newer jsoncpp releases
-// deprecate it; the warning is silenced here only.
+// Refuses bare values at the root and a comment before it. Newer jsoncpp releases deprecate the
+// reader; the warning is silenced here only.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
 bool parseStrictly(const std::string& text, Json::Value& root) {
@@ -19,6 +19,26 @@ bool parseStrictly(const std::string& text, Json::Value& root) {
     return reader.parse(text, root, true);
 }
 #pragma GCC diagnostic pop
+
+// The strict reader still skips comments between object members and after the root. A '/'
+// outside a string is never valid JSON, so finding one is enough to refuse the text.
+bool hasComment(const std::string& text) {
+    bool inString = false;
+    bool escaped = false;
+    for (const char c : text) {
+        if (escaped) {
+            escaped = false;
+        } else if (inString) {
+            escaped = c == '\\';
+            inString = c != '"';
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '/') {
+            return true;
+        }
+    }
+    return false;
+}
 
 bool hasRequiredMembers(const Json::Value& root) {
     return root.isObject() && !root["pid"].isNull() && !root["lifeCycle"].isNull() &&
@@ -35,7 +55,7 @@ OnlineConfigJsonParser::OnlineConfigJsonParser()
 OnlineConfigJsonParser OnlineConfigJsonParser::Parse(const std::string& JSON_TEXT) {
     OnlineConfigJsonParser parsed;
     Json::Value root;
-    if (parseStrictly(JSON_TEXT, root) && hasRequiredMembers(root)) {
+    if (parseStrictly(JSON_TEXT, root) && !hasComment(JSON_TEXT) && hasRequiredMembers(root)) {
         parsed.pid = root["pid"].asInt();
         parsed.lifeCycle = root["lifeCycle"].asInt();
         parsed.targetApp = root["package"].asString();
