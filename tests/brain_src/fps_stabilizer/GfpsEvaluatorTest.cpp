@@ -1,13 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <string>
-#include <thread>
 
 #include "GfpsTestSupport.h"
 #include "LogCapture.h"
-#include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 
 namespace {
@@ -61,13 +58,6 @@ TEST_F(GfpsEvaluatorTest, NearestCandidateFavoursTheLowerNeighbour) {
     }
 }
 
-TEST_F(GfpsEvaluatorTest, WithoutListsNothingIsKnownAndEveryRateIsTheLargest) {
-    EXPECT_EQ(Tick(57), "-1/-1");
-    EXPECT_EQ(evaluator.GetDebugInfo(),
-              "SFPS_LOWER_BOUND = -1\n\t currentEFPS = 57\n\t indexOfNearestGFPS = -1\n");
-    EXPECT_TRUE(evaluator.IsMaxGFPS(42));
-}
-
 TEST_F(GfpsEvaluatorTest, LowerBoundStory) {
     EXPECT_EQ(RefusalOf([&] { evaluator.SetSfpsLowerBoundCandidates("0-50"); }),
               SfpsRefusal("0-50", "0, 50"));
@@ -95,7 +85,6 @@ TEST_F(GfpsEvaluatorTest, LowerBoundsBelowTheMidpointAreRaisedToIt) {
                          "1, with targetSFPS = 40\n\t Unable to adopt this setting due to the "
                          "allowedMinValue = 45\n\t Truncate it by allowedMinValue anyway.\n"),
               1u);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator][SetSfpsLowerBoundCandidates]"), 1u);
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO,
                          "[GfpsEvaluator] Set LIST_OF_SFPS_CANDIDATES to: \t[\n"
                          "\t  0, 45, 85\n\t]\n"),
@@ -110,6 +99,8 @@ TEST_F(GfpsEvaluatorTest, LowerBoundsBelowTheMidpointAreRaisedToIt) {
 }
 
 TEST_F(GfpsEvaluatorTest, ResetsAndRefusals) {
+    EXPECT_EQ(Tick(57), "-1/-1");  // nothing configured yet
+    EXPECT_TRUE(evaluator.IsMaxGFPS(42));
     evaluator.SetGfpsCandidates("30-60");
     evaluator.SetSfpsLowerBoundCandidates("0-50");
     EXPECT_EQ(RefusalOf([&] { evaluator.SetGfpsCandidates("25-abc"); }).substr(0, 24),
@@ -119,15 +110,11 @@ TEST_F(GfpsEvaluatorTest, ResetsAndRefusals) {
     evaluator.SetSfpsLowerBoundCandidates("NAN");
     EXPECT_EQ(Tick(60), "60/-1");
     evaluator.SetSfpsLowerBoundCandidates("0-50");
-    EXPECT_EQ(Tick(60), "60/50");
     evaluator.SetGfpsCandidates("reset");
-    EXPECT_EQ(evaluator.GetNearestGFPS(), 60);
     EXPECT_EQ(evaluator.GetDebugInfo(),
               "SFPS_LOWER_BOUND = -1\n\t currentEFPS = 60\n\t indexOfNearestGFPS = -1\n");
-    EXPECT_EQ(
-        logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Reset LIST_OF_SFPS_CANDIDATES to empty"), 1u);
-    EXPECT_EQ(
-        logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Reset LIST_OF_GFPS_CANDIDATES to empty"), 1u);
+    EXPECT_EQ(evaluator.GetNearestGFPS(), 60);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Reset LIST_OF_"), 2u);
     evaluator.SetGfpsCandidates("30-60");  // the SFPS list went with the reset
     EXPECT_EQ(Tick(60), "60/-1");
 }
@@ -143,42 +130,15 @@ TEST_F(GfpsEvaluatorTest, MaxStandsForTheRefreshRateOfTheLastTick) {
 }
 
 TEST_F(GfpsEvaluatorTest, EveryKeyReachesItsSetter) {
-    for (const char* key : {"gfps", "efps"}) {
-        TalvexTest::FreshSettingsCenter::Send("stabilizer", key, "30-60");
-        TalvexTest::FreshSettingsCenter::Send("stabilizer", key, "reset");
+    for (const char* key : {"gfps", "efps"}) center.Send("stabilizer", key, "30-60");
+    for (const char* key : {"sfps_lower_bound", "sfps", "ofps_max"}) {
+        center.Send("stabilizer", key, "0-50");
     }
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Set LIST_OF_GFPS_CANDIDATES"), 2u);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Reset LIST_OF_GFPS"), 2u);
-    evaluator.SetGfpsCandidates("30-60");
-    for (const char* key : {"sfps_lower_bound", "sfps", "ofps_max"}) {
-        TalvexTest::FreshSettingsCenter::Send("stabilizer", key, "0-50");
-    }
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Set LIST_OF_SFPS_CANDIDATES"), 3u);
-    TalvexTest::FreshSettingsCenter::Send("stabilizer", "sfps", "0-70");
+    center.Send("stabilizer", "sfps", "0-70");
     EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR, "SFPS[i] must <= GFPS[i]"), 1u);
     EXPECT_EQ(Tick(60), "60/50");
-}
-
-// Meant for the sanitizer builds: a tick must never see a list while a setter replaces it.
-TEST_F(GfpsEvaluatorTest, TicksAndSettersOnTwoThreads) {
-    Basics::Log::SetLogLevel(-1);
-    evaluator.SetGfpsCandidates("30-60");
-    std::atomic<bool> done{false};
-    std::thread settings([&] {
-        for (int i = 0; i < 2000; ++i) {
-            evaluator.SetGfpsCandidates(i % 2 ? "30-60" : "reset");
-            evaluator.SetSfpsLowerBoundCandidates(i % 2 ? "0-50" : "reset");
-        }
-        done = true;
-    });
-    while (!done) {
-        evaluator.Update(60, 120);
-        const int gfps = evaluator.GetNearestGFPS();
-        EXPECT_TRUE(gfps == 60 || gfps == -1) << gfps;
-        evaluator.IsMaxGFPS(60);
-    }
-    settings.join();
-    Basics::Log::SetLogLevel(2);
 }
 
 }  // namespace

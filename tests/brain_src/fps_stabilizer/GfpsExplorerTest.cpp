@@ -175,15 +175,13 @@ TEST_F(GfpsExplorerTest, ExploreDurationMustBePositive) {
 
 TEST_F(GfpsExplorerTest, EveryKeyReachesItsSetter) {
     for (const char* key : {"explore_duration_ms", "ExploreDuration_ms", "ex_du"}) {
-        TalvexTest::FreshSettingsCenter::Send("stabilizer", key, "750");
+        center.Send("stabilizer", key, "750");
     }
     for (const char* key : {"explore_buffer_size", "ExploreBufferSize", "ex_buf"}) {
-        TalvexTest::FreshSettingsCenter::Send("stabilizer", key, "4");
+        center.Send("stabilizer", key, "4");
     }
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "Set EXPLORE_DURATION_MS to 750.000000"), 3u);
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "Set BUFFER_SIZE to 5"), 3u);
-    TalvexTest::FreshSettingsCenter::Send("stabilizer", "ex_buf", "1");
-    EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR, "should be larger than '1'"), 1u);
 }
 
 }  // namespace
