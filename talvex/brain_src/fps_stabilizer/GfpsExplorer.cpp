@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <limits>
-#include <utility>
 
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Exceptions.h"
@@ -14,6 +13,12 @@ namespace FpsStabilizer {
 namespace {
 
 const char* const kSettingCategory = "stabilizer";
+
+// First lines of a setter's refusal; the hint follows.
+std::string refusalOf(const char* setter, const std::string& value) {
+    return std::string("\nError occur while GfpsExplorer::") + setter +
+           "():\nInvalid target value: '" + value + "'\n";
+}
 
 }  // namespace
 
@@ -126,9 +131,8 @@ void GfpsExplorer::SetExploreDuration_ms(const std::string& value) {
     Basics::ConvertStringToValue(value, duration_ms);
     if (!(duration_ms > 0.0f)) {
         TALVEX_THROW(InvalidArgumentException,
-                     "\nError occur while GfpsExplorer::SetExploreDuration_ms():\n"
-                     "Invalid target value: '" +
-                         value + "'\n" + "\t The target value should be larger than '0'\n");
+                     refusalOf("SetExploreDuration_ms", value) +
+                         "\t The target value should be larger than '0'\n");
     }
     EXPLORE_DURATION_MS = duration_ms;
     TALVEX_LOGI("[GfpsExplorer]\t Set EXPLORE_DURATION_MS to %f", static_cast<double>(duration_ms));
@@ -143,16 +147,14 @@ void GfpsExplorer::SetBufferSize(const std::string& value) {
     }
     unsigned int size = 0;
     Basics::ConvertStringToValue(value, size);
-    const std::string refusal =
-        "\nError occur while GfpsExplorer::SetBufferSize():\nInvalid target value: '" + value +
-        "'\n";
     if (size < 2) {
-        TALVEX_THROW(InvalidArgumentException,
-                     refusal + "\t The target value should be larger than '1'\n");
+        TALVEX_THROW(
+            InvalidArgumentException,
+            refusalOf("SetBufferSize", value) + "\t The target value should be larger than '1'\n");
     }
     // One more is stored; the largest unsigned value (also what "-1" reads as) would wrap to 0.
     if (size == std::numeric_limits<unsigned int>::max()) {
-        TALVEX_THROW(InvalidArgumentException, refusal +
+        TALVEX_THROW(InvalidArgumentException, refusalOf("SetBufferSize", value) +
                                                    "\t The target value should be smaller than '" +
                                                    Basics::ToString(size) + "'\n");
     }
