@@ -13,24 +13,18 @@
 namespace {
 
 using android::talvex::OnlineConfigJsonParser;
-using Triple = std::tuple<std::string, std::string, std::string>;
+using Strings = std::vector<std::string>;
+using Triples = std::vector<std::tuple<std::string, std::string, std::string>>;
 
-std::vector<Triple> Triples(const OnlineConfigJsonParser& parser) {
-    std::vector<Triple> triples;
+Triples RecordsOf(const OnlineConfigJsonParser& parser) {
+    Triples triples;
     for (const auto& s : *parser.GetSettings()) triples.emplace_back(s.category, s.key, s.value);
     return triples;
 }
 
+const std::string REQUIRED = R"("pid": 1234, "lifeCycle": 1, "package": "a.b.c")";
 std::string Document(const std::string& params) {
-    return R"({"pid": 1234, "lifeCycle": 1, "package": "a.b.c", "param": [)" + params + "]}";
-}
-
-void ExpectCleared(const OnlineConfigJsonParser& parser) {
-    EXPECT_EQ(parser.GetPID(), 0);
-    EXPECT_EQ(parser.GetLifeCycle(), 3);
-    EXPECT_EQ(parser.GetTargetApp(), "");
-    ASSERT_NE(parser.GetSettings(), nullptr);
-    EXPECT_TRUE(parser.GetSettings()->empty());
+    return "{" + REQUIRED + R"(, "param": [)" + params + "]}";
 }
 
 class OnlineConfigTest : public ::testing::Test {
@@ -39,113 +33,83 @@ class OnlineConfigTest : public ::testing::Test {
     TalvexTest::LogCapture logs;
 };
 
-TEST_F(OnlineConfigTest, ExampleDocumentYieldsThreeRecords) {
-    Basics::Log::SetLogLevel(3);
-    const std::string text =
-        Document(R"({"param1": "stabilizer,gfps,25-30-40-60-max"},)"
-                 R"({"param1": "stabilizer,sfps,0-0-35-50-0,stabilizer,explore_buffer_size,6"})");
-    const OnlineConfigJsonParser parser = OnlineConfigJsonParser::Parse(text);
-    EXPECT_EQ(parser.GetPID(), 1234);
-    EXPECT_EQ(parser.GetLifeCycle(), 1);
-    EXPECT_EQ(parser.GetTargetApp(), "a.b.c");
-    EXPECT_EQ(Triples(parser), (std::vector<Triple>{
-                                   {"stabilizer", "gfps", "25-30-40-60-max"},
-                                   {"stabilizer", "sfps", "0-0-35-50-0"},
-                                   {"stabilizer", "explore_buffer_size", "6"},
-                               }));
-    EXPECT_THAT(logs.Messages(),
-                ::testing::ElementsAre(::testing::Field(
-                    &TalvexTest::LogMessage::text,
-                    "[OnlineConfigJsonParser] Parse success JSON_TEXT = " + text)));
-}
-
 TEST_F(OnlineConfigTest, AcceptedDocuments) {
-    struct Row {
-        const char* name;
-        std::string text;
-        std::vector<Triple> records;
+    Basics::Log::SetLogLevel(3);
+    const std::vector<std::pair<std::string, Triples>> rows = {
+        {Document(R"({"param1": "stabilizer,gfps,25-30-40-60-max"},)"
+                  R"({"param1": "stabilizer,sfps,0-0-35-50-0,stabilizer,explore_buffer_size,6"})"),
+         {{"stabilizer", "gfps", "25-30-40-60-max"},
+          {"stabilizer", "sfps", "0-0-35-50-0"},
+          {"stabilizer", "explore_buffer_size", "6"}}},
+        {"{" + REQUIRED + "}", {}},
+        {Document(R"({"param1": "no comma"}, {"other": 1}, null, {"param1": " c ,,"})"),
+         {{" c ", "", ""}}},
+        {R"({"pid": 1234, "lifeCycle": 1, "package": "a.b.c", "x": "a\"//b/*"})", {}},
     };
-    const std::vector<Row> rows = {
-        {"required members only", R"({"pid": 5, "lifeCycle": 2, "package": "x"})", {}},
-        {"empty param", Document(""), {}},
-        {"command without comma is ignored",
-         Document(R"({"param1": "stabilizer"}, {"param1": "c,k,v"})"),
-         {{"c", "k", "v"}}},
-        {"element without param1 is ignored", Document(R"({"other": 1}, null)"), {}},
-        {"slashes inside texts", R"({"pid": 5, "lifeCycle": 2, "package": "a\"//b/*"})", {}},
-        {"pieces are verbatim", Document(R"({"param1": " c ,,"})"), {{" c ", "", ""}}},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [text, records] : rows) {
+        SCOPED_TRACE(text);
         logs.Clear();
-        const OnlineConfigJsonParser parser = OnlineConfigJsonParser::Parse(row.text);
-        EXPECT_NE(parser.GetPID(), 0);
-        EXPECT_NE(parser.GetTargetApp(), "");
-        EXPECT_EQ(Triples(parser), row.records);
-        EXPECT_EQ(logs.Count(ANDROID_LOG_INFO), 0u);
-        EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR), 0u);
+        const OnlineConfigJsonParser parser = OnlineConfigJsonParser::Parse(text);
+        EXPECT_EQ(parser.GetPID(), 1234);
+        EXPECT_EQ(parser.GetLifeCycle(), 1);
+        EXPECT_EQ(parser.GetTargetApp(), "a.b.c");
+        EXPECT_EQ(RecordsOf(parser), records);
+        EXPECT_THAT(logs.Messages(),
+                    ::testing::ElementsAre(::testing::Field(
+                        &TalvexTest::LogMessage::text,
+                        "[OnlineConfigJsonParser] Parse success JSON_TEXT = " + text)));
     }
 }
 
 TEST_F(OnlineConfigTest, RejectedDocumentsAreClearedAndLogged) {
-    struct Row {
-        const char* name;
-        std::string text;
-        const char* commandError;  // the piece the command error shows, if any
+    // The document, and the piece a malformed command reports (nullptr: no command error).
+    const std::vector<std::pair<std::string, const char*>> rows = {
+        {R"({"pid": 5, "lifeCycle": 2})", nullptr},
+        {R"({"lifeCycle": 2, "package": "x"})", nullptr},
+        {R"({"pid": 5, "lifeCycle": null, "package": "x"})", nullptr},
+        {R"({"pid": 5, "lifeCycle": 2, "package": "x")", nullptr},
+        {"// c\n{" + REQUIRED + "}", nullptr},
+        {R"({"pid": 5, // c)"
+         "\n"
+         R"("lifeCycle": 2, "package": "x"})",
+         nullptr},
+        {"{" + REQUIRED + "} /* c */", nullptr},
+        {"5", nullptr},
+        {"[{" + REQUIRED + "}]", nullptr},
+        {"", nullptr},
+        {Document(R"({"param1": "stabilizer,gfps"})"), "gfps"},
+        {Document(R"({"param1": "stabilizer,gfps,30-60,"})"), ""},
+        {Document(R"({"param1": "a,b,c"}, {"param1": "d,e,f,g"}, {"param1": "h,i,j"})"), "g"},
     };
-    const std::vector<Row> rows = {
-        {"missing package", R"({"pid": 5, "lifeCycle": 2})", nullptr},
-        {"missing pid", R"({"lifeCycle": 2, "package": "x"})", nullptr},
-        {"null life cycle", R"({"pid": 5, "lifeCycle": null, "package": "x"})", nullptr},
-        {"syntax error", R"({"pid": 5, "lifeCycle": 2, "package": "x")", nullptr},
-        {"comment before the root", "// game\n{\"pid\": 5, \"lifeCycle\": 2, \"package\": \"x\"}",
-         nullptr},
-        {"comment between members", "{\"pid\": 5, // game\n \"lifeCycle\": 2, \"package\": \"x\"}",
-         nullptr},
-        {"comment after the root", R"({"pid": 5, "lifeCycle": 2, "package": "x"} /* game */)",
-         nullptr},
-        {"bare value at the root", "5", nullptr},
-        {"array at the root", R"([{"pid": 5, "lifeCycle": 2, "package": "x"}])", nullptr},
-        {"empty text", "", nullptr},
-        {"two pieces", Document(R"({"param1": "stabilizer,gfps"})"), "gfps"},
-        {"four pieces, last empty", Document(R"({"param1": "stabilizer,gfps,30-60,"})"), ""},
-        {"a good command before a bad one",
-         Document(R"({"param1": "a,b,c"}, {"param1": "d,e,f,g"}, {"param1": "h,i,j"})"), "g"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.name);
+    for (const auto& [text, commandError] : rows) {
+        SCOPED_TRACE(text);
         logs.Clear();
-        const OnlineConfigJsonParser parser = OnlineConfigJsonParser::Parse(row.text);
-        ExpectCleared(parser);
-        EXPECT_THAT(logs.Find(ANDROID_LOG_INFO),
-                    ::testing::ElementsAre(::testing::Field(
-                        &TalvexTest::LogMessage::text,
-                        "[OnlineConfigJsonParser] Parse error.JSON_TEXT=" + row.text)));
-        if (row.commandError != nullptr) {
-            EXPECT_THAT(logs.Find(ANDROID_LOG_ERROR),
-                        ::testing::ElementsAre(::testing::Field(
-                            &TalvexTest::LogMessage::text,
-                            std::string("[OnlineConfigJsonParser] command size error ") +
-                                row.commandError)));
-        } else {
-            EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR), 0u);
+        const OnlineConfigJsonParser parser = OnlineConfigJsonParser::Parse(text);
+        EXPECT_EQ(parser.GetPID(), 0);
+        EXPECT_EQ(parser.GetLifeCycle(), 3);
+        EXPECT_EQ(parser.GetTargetApp(), "");
+        EXPECT_TRUE(parser.GetSettings()->empty());
+        Strings expected;
+        if (commandError != nullptr) {
+            expected.push_back(std::string("[OnlineConfigJsonParser] command size error ") +
+                               commandError);
         }
+        expected.push_back("[OnlineConfigJsonParser] Parse error.JSON_TEXT=" + text);
+        Strings written;
+        for (const auto& m : logs.Messages()) written.push_back(m.text);
+        EXPECT_EQ(written, expected);
     }
 }
 
-TEST_F(OnlineConfigTest, MembersOfTheWrongTypeThrowJsoncppsException) {
-    for (const std::string& text : {
-             std::string(R"({"pid": "5", "lifeCycle": 2, "package": "x"})"),
-             std::string(R"({"pid": 5, "lifeCycle": [], "package": "x"})"),
-             std::string(R"({"pid": 5, "lifeCycle": 2, "package": {}})"),
-             std::string(R"({"pid": 5, "lifeCycle": 2, "package": "x", "param": {"a": 1}})"),
-             std::string(R"({"pid": 5, "lifeCycle": 2, "package": "x", "param": {}})"),
-             std::string(R"({"pid": 5, "lifeCycle": 2, "package": "x", "param": "a,b,c"})"),
-             std::string(R"({"pid": 5, "lifeCycle": 2, "package": "x", "param": [7]})"),
-             std::string(
-                 R"({"pid": 5, "lifeCycle": 2, "package": "x", "param": [{"param1": []}]})"),
-         }) {
-        EXPECT_THROW(OnlineConfigJsonParser::Parse(text), Json::LogicError) << text;
+TEST(OnlineConfigTypes, MembersOfTheWrongTypeThrowJsoncppsException) {
+    for (const std::string& members :
+         Strings{R"("pid": "5", "lifeCycle": 2, "package": "x")",
+                 R"("pid": 5, "lifeCycle": [], "package": "x")",
+                 R"("pid": 5, "lifeCycle": 2, "package": {})", REQUIRED + R"(, "param": {"a": 1})",
+                 REQUIRED + R"(, "param": {})", REQUIRED + R"(, "param": "a,b,c")",
+                 REQUIRED + R"(, "param": [7])", REQUIRED + R"(, "param": [{"param1": []}])"}) {
+        EXPECT_THROW(OnlineConfigJsonParser::Parse("{" + members + "}"), Json::LogicError)
+            << members;
     }
 }
 
@@ -153,26 +117,23 @@ TEST(OnlineConfigCommand, PiecesComeInThreesAndTheArgumentIsConsumed) {
     struct Row {
         std::string command;
         int result;
-        std::vector<Triple> records;
+        Triples records;
         std::string leftOver;
     };
-    const std::vector<Row> rows = {
-        {"no comma", 0, {}, "no comma"},
-        {"", 0, {}, ""},
-        {"c,k,v", 0, {{"c", "k", "v"}}, "v"},
-        {"c,k,v,d,l,w", 0, {{"c", "k", "v"}, {"d", "l", "w"}}, "w"},
-        {",,", 0, {{"", "", ""}}, ""},
-        {"c,k", -1, {}, "k"},
-        {"c,k,v,", -1, {}, ""},
-        {"a,b,c,d,e", -1, {}, "e"},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.command);
+    for (const Row& row : std::vector<Row>{
+             {"no comma", 0, {}, "no comma"},
+             {"c,k,v", 0, {{"c", "k", "v"}}, "v"},
+             {"c,k,v,d,l,w", 0, {{"c", "k", "v"}, {"d", "l", "w"}}, "w"},
+             {",,", 0, {{"", "", ""}}, ""},
+             {"c,k", -1, {}, "k"},
+             {"c,k,v,", -1, {}, ""},
+             {"a,b,c,d,e", -1, {}, "e"},
+         }) {
         OnlineConfigJsonParser parser;
         std::string command = row.command;
-        EXPECT_EQ(parser.ParseCmd(command), row.result);
-        EXPECT_EQ(Triples(parser), row.records);
-        EXPECT_EQ(command, row.leftOver);
+        EXPECT_EQ(parser.ParseCmd(command), row.result) << row.command;
+        EXPECT_EQ(RecordsOf(parser), row.records) << row.command;
+        EXPECT_EQ(command, row.leftOver) << row.command;
     }
 }
 
@@ -181,16 +142,12 @@ TEST(OnlineConfigSettings, OneListSharedByCopiesAndCallers) {
         OnlineConfigJsonParser::Parse(Document(R"({"param1": "a,b,c"})"));
     const auto list = parser.GetSettings();
     const OnlineConfigJsonParser copy = parser;
-    EXPECT_EQ(copy.GetSettings(), list);
-
     std::string command = "d,e,f";
     parser.ParseCmd(command);
-    EXPECT_EQ(Triples(copy), (std::vector<Triple>{{"a", "b", "c"}, {"d", "e", "f"}}));
-
+    EXPECT_EQ(RecordsOf(copy), (Triples{{"a", "b", "c"}, {"d", "e", "f"}}));
     parser.ClearData();
     EXPECT_EQ(parser.GetSettings(), list);
-    EXPECT_TRUE(list->empty());
-    ExpectCleared(OnlineConfigJsonParser());
+    EXPECT_TRUE(copy.GetSettings()->empty());
     EXPECT_NE(OnlineConfigJsonParser().GetSettings(), list);
 }
 
