@@ -4,6 +4,8 @@ BUILD_DIR  ?= build
 BUILD_TYPE ?= RelWithDebInfo
 JOBS       ?= $(shell nproc)
 WERROR     ?= 0
+FUZZ_SECONDS ?= 10
+FUZZERS    := $(notdir $(wildcard fuzz/corpus/*))
 
 FORMAT_FILES = find talvex tests tools bench fuzz \( -name '*.h' -o -name '*.cpp' \) 2>/dev/null
 
@@ -11,7 +13,7 @@ CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
               -DTALVEX_WARNINGS_AS_ERRORS=$(if $(filter 1,$(WERROR)),ON,OFF) \
               -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 
-.PHONY: help deps configure build test sanitize arm-test format format-check clean
+.PHONY: help deps configure build test sanitize arm-test fuzz format format-check clean
 
 help: ## List the targets
 	@grep -E '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | awk -F':.*## ' '{printf "  %-14s %s\n", $$1, $$2}'
@@ -43,6 +45,19 @@ arm-test: ## Cross-build for 32-bit ARM and run every test under qemu-arm
 		-DCMAKE_TOOLCHAIN_FILE=cmake/toolchains/arm-linux-gnueabihf.cmake
 	cmake --build build-arm -j $(JOBS)
 	cd build-arm && ctest --output-on-failure -j $(JOBS)
+
+fuzz: ## Run every fuzz target FUZZ_SECONDS seconds under libFuzzer with ASan+UBSan
+	@scripts/install-deps.sh fuzz
+	cmake -S . -B build-fuzz -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+		-DTALVEX_FUZZ=ON -DTALVEX_SANITIZERS="address;undefined" -DTALVEX_BUILD_TESTS=OFF
+	cmake --build build-fuzz -j $(JOBS) --target $(addprefix talvex_fuzz_,$(FUZZERS))
+	@for f in $(FUZZERS); do \
+		mkdir -p out/fuzz/$$f && echo "== fuzz $$f ($(FUZZ_SECONDS) s)"; \
+		build-fuzz/fuzz/talvex_fuzz_$$f out/fuzz/$$f fuzz/corpus/$$f \
+			-max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 > out/fuzz/$$f.log 2>&1; \
+		status=$$?; grep -E '^(stat::number_of_executed_units|SUMMARY)|Done' out/fuzz/$$f.log; \
+		if [ $$status -ne 0 ]; then tail -40 out/fuzz/$$f.log; exit 1; fi; \
+	done
 
 format: ## Format the tree with clang-format
 	@$(FORMAT_FILES) | xargs -r clang-format -i

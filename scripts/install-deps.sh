@@ -29,7 +29,7 @@ for set_name in "$@"; do
                        android-libutils-dev:armhf libgtest-dev:armhf libgmock-dev:armhf)
             ;;
         fuzz)
-            packages+=(clang libclang-rt-14-dev libfuzzer-14-dev)
+            packages+=(clang libclang-rt-14-dev)
             ;;
         tools)
             packages+=(valgrind)
