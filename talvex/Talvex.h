@@ -17,3 +17,6 @@
 #include "talvex/math/FrameQuota.h"
 #include "talvex/math/HalfSecondFrameLengthsQueue.h"
 #include "talvex/math/OneSecondFrameLengthsQueue.h"
+#include "talvex/user_settings/OnlineConfigJsonParser.h"
+#include "talvex/user_settings/UserSetting.h"
+#include "talvex/user_settings/UserSettingsCenter.h"
