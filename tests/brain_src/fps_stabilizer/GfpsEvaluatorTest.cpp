@@ -1,7 +1,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 
 #include "GfpsTestSupport.h"
 #include "LogCapture.h"
@@ -139,6 +141,27 @@ TEST_F(GfpsEvaluatorTest, EveryKeyReachesItsSetter) {
     center.Send("stabilizer", "sfps", "0-70");
     EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR, "SFPS[i] must <= GFPS[i]"), 1u);
     EXPECT_EQ(Tick(60), "60/50");
+}
+
+// Run under the thread sanitizer: settings arrive on another thread than the ticks.
+TEST(GfpsEvaluatorConcurrency, TicksWhileListsAreReplaced) {
+    TalvexTest::LogCapture logs;
+    TalvexTest::FreshSettingsCenter center;
+    android::FpsStabilizer::GfpsEvaluator evaluator(120);
+    std::atomic<bool> done{false};
+    std::thread settings([&] {
+        for (int i = 0; i < 500; ++i) {
+            center.Send("stabilizer", "gfps", i % 2 ? "30-60" : "reset");
+            center.Send("stabilizer", "sfps", i % 2 ? "0-50" : "reset");
+        }
+        done = true;
+    });
+    while (!done) {
+        evaluator.Update(60, 120);
+        EXPECT_TRUE(evaluator.IsMaxGFPS(60));
+        EXPECT_THAT(evaluator.GetNearestGFPS(), ::testing::AnyOf(60, -1));
+    }
+    settings.join();
 }
 
 }  // namespace

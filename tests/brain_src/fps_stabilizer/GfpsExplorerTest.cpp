@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <initializer_list>
 #include <string>
+#include <thread>
 
 #include "GfpsTestSupport.h"
 #include "LogCapture.h"
@@ -182,6 +184,32 @@ TEST_F(GfpsExplorerTest, EveryKeyReachesItsSetter) {
     }
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "Set EXPLORE_DURATION_MS to 750.000000"), 3u);
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "Set BUFFER_SIZE to 5"), 3u);
+}
+
+// Run under the thread sanitizer: the tunables change while ticks run.
+TEST(GfpsExplorerConcurrency, TicksWhileTunablesChange) {
+    TalvexTest::LogCapture logs;
+    TalvexTest::FreshSettingsCenter center;
+    TalvexTest::ManualClock clock;
+    GfpsExplorer explorer;
+    std::atomic<bool> done{false};
+    std::thread settings([&] {
+        for (int i = 0; i < 500; ++i) {
+            center.Send("stabilizer", "ex_du", i % 2 ? "1" : "reset");
+            center.Send("stabilizer", "ex_buf", i % 2 ? "2" : "reset");
+        }
+        done = true;
+    });
+    while (!done) {
+        clock.AdvanceMs(1.0);
+        explorer.Update(60, k60Hz);
+    }
+    settings.join();
+    explorer.Reset();  // the last values sent: a wait of 1 ms and 3 lengths
+    clock.AdvanceMs(1.0);
+    explorer.Update(60, kNoLength);
+    for (int i = 0; i < 3; ++i) explorer.Update(30, k60Hz);
+    EXPECT_EQ(explorer.GetStatus(), GfpsExplorer::Finishing);
 }
 
 }  // namespace
