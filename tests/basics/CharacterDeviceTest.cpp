@@ -79,14 +79,19 @@ TEST_F(CharacterDeviceTest, MissingNodeIsRetriedOnlyAfterTheReread) {
     EXPECT_EQ(nodes.Read("efps_max"), "60");
 }
 
-TEST(CharacterDevice, UnwritableDirectoryNeverThrows) {
+TEST(CharacterDevice, MissingDirectoryOrReadOnlyNodeNeverThrows) {
     TalvexTest::ManualClock clock;
-    Basics::CharacterDevice device("/nonexistent-dir/efps_max");
-    EXPECT_NO_THROW({
-        device.SetTargetStatus("60");
-        clock.AdvanceSeconds(11);
-        device.Update();
-    });
+    // /proc/version exists and refuses writes even to root.
+    for (const char* path : {"/nonexistent-dir/efps_max", "/proc/version"}) {
+        Basics::CharacterDevice device(path);
+        EXPECT_NO_THROW({
+            device.SetTargetStatus("60");
+            clock.AdvanceSeconds(11);
+            device.Update();
+            device.SetTargetStatus("");
+            device.Update();
+        }) << path;
+    }
 }
 
 }  // namespace
