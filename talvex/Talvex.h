@@ -20,3 +20,6 @@
 #include "talvex/user_settings/OnlineConfigJsonParser.h"
 #include "talvex/user_settings/UserSetting.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
+#include "talvex/brain_src/fps_stabilizer/LoadingDetector.h"
+#include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
+#include "talvex/brain_src/fps_stabilizer/SystemInfo.h"
