@@ -219,8 +219,9 @@ int SfpsDeciderAccordingToTemperature::searchForBalancedSFPS(float temperature) 
     const float temperatureSpan = TEMPERATURE_UPPER_BOUND.load() - TEMPERATURE_LOWER_BOUND.load();
     const float m = static_cast<float>(-fpsSpan / static_cast<double>(temperatureSpan));
     const float b = static_cast<float>(SFPS_LOWER_BOUND_) - TEMPERATURE_UPPER_BOUND.load() * m;
-    const float onLine = b + m * temperature;
-    const int raw = toIntSaturated(std::round(onLine));
+    // A missing reading is cool here too, so a walk that meets one heads back to the GFPS.
+    const int raw =
+        std::isnan(temperature) ? GFPS_ : toIntSaturated(std::round(b + m * temperature));
     const int balanced = truncateSFPS(raw);
     TALVEX_LOGD(
         "[SfpsDeciderAccordingToTemperature][searchForBalancedSFPS] m=%f, b=%f, targetSFPS=%d, "

@@ -1,0 +1,57 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "ManualClock.h"
+#include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
+#include "talvex/user_settings/UserSettingsCenter.h"
+
+// Counts every allocation of the process, the library's included, so that a decider that keeps
+// growing shows up however it stores its readings.
+namespace {
+std::atomic<long long> heapAllocations{0};
+}  // namespace
+
+void* operator new(std::size_t size) {
+    ++heapAllocations;
+    if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
+    throw std::bad_alloc();
+}
+void operator delete(void* block) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+
+namespace {
+
+// Both deciders ticked once per second at a stable GFPS, as the FPS manager does, through states
+// in which readings pile up: idle with the threshold unset or not reached, activated without a
+// step, and stepping at the floor. Not one allocation after the first hour means no growth.
+TEST(SfpsDeciderMemory, ADayOfTicksAtAStableGfpsNeedsNoMoreMemoryThanTheFirstHour) {
+    auto& center = UserSettings::UserSettingsCenter::GetInstance();
+    for (const char* threshold : {"nan", "3000", "2000"}) {
+        for (float electricCurrent_mA : {1500.0f, 2080.0f, 2500.0f}) {
+            TalvexTest::ManualClock clock;
+            center.ResetForTesting();
+            android::FpsStabilizer::SfpsDeciderAccordingToTemperature temperature;
+            android::FpsStabilizer::SfpsDeciderAccordingToElectricCurrent current;
+            current.SetElectricCurrentToStabilizeFPS(threshold);
+            auto runHours = [&](int hours) {
+                for (int second = 0; second < hours * 3600; ++second) {
+                    clock.AdvanceSeconds(1);
+                    temperature.Update(60, 45, 42.0f);
+                    current.Update(60, 45, electricCurrent_mA);
+                }
+            };
+            runHours(1);
+            const long long allocationsAfterHour = heapAllocations;
+            runHours(23);
+            EXPECT_EQ(heapAllocations, allocationsAfterHour)
+                << threshold << " " << electricCurrent_mA;
+            EXPECT_TRUE(temperature.IsActivated());
+            center.ResetForTesting();
+        }
+    }
+}
+
+}  // namespace

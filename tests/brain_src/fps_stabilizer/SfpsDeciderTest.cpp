@@ -1,0 +1,300 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+#include <string>
+
+#include "LogCapture.h"
+#include "ManualClock.h"
+#include "talvex/basics/Conversions.h"
+#include "talvex/basics/Log.h"
+#include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
+#include "talvex/user_settings/UserSettingsCenter.h"
+
+namespace {
+
+using Temperature = android::FpsStabilizer::SfpsDeciderAccordingToTemperature;
+using Current = android::FpsStabilizer::SfpsDeciderAccordingToElectricCurrent;
+const float kNaN = std::nanf("");
+
+UserSettings::UserSettingsCenter& center() {
+    return UserSettings::UserSettingsCenter::GetInstance();
+}
+void apply(const std::string& category, const std::string& key, const std::string& value) {
+    center().OnUserSettingParameter({category, key, value});
+}
+
+// Cleans the center before the deciders register with it, under one game's PID.
+struct FreshSettingsCenter {
+    FreshSettingsCenter() {
+        center().ResetForTesting();
+        center().OnCurrentBrainResume(4242);
+    }
+};
+
+// Both deciders on virtual time.
+class SfpsDecider : public ::testing::Test {
+  protected:
+    // The center must forget the actions before the deciders they point at go.
+    ~SfpsDecider() override {
+        center().ResetForTesting();
+        Basics::Log::SetLogLevel(2);
+    }
+    template <typename Decider>
+    void tickAfter(Decider& decider, double seconds, int GFPS, int lowerBound, float reading) {
+        clock.AdvanceSeconds(seconds);
+        decider.Update(GFPS, lowerBound, reading);
+    }
+    void heat(double seconds, float celsius, int GFPS = 60, int lowerBound = 45) {
+        tickAfter(temperature, seconds, GFPS, lowerBound, celsius);
+    }
+    void draw(double seconds, float mA, int GFPS = 60, int lowerBound = 45) {
+        tickAfter(current, seconds, GFPS, lowerBound, mA);
+    }
+    // Threshold 2000 mA without a wait: the second tick activates at the GFPS.
+    void activateCurrentQuickly(float mA = 2500.0f) {
+        apply("sfps_current", "current_threshold", "2000");
+        apply("sfps_current", "ttsigal", "0");
+        draw(0, mA);
+        draw(1, mA);
+        ASSERT_TRUE(current.IsActivated());
+        ASSERT_EQ(current.GetSFPS(), 60);
+    }
+
+    FreshSettingsCenter freshSettingsCenter;
+    TalvexTest::ManualClock clock;
+    TalvexTest::LogCapture logs;
+    Temperature temperature;
+    Current current;
+};
+
+TEST_F(SfpsDecider, TemperatureWaitsThenWalksDownOneStepPerTenSecondsToTheBalancedSFPS) {
+    heat(0, 42.0f);
+    heat(299.9, 42.0f);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::WaitForActivate);
+    EXPECT_EQ(temperature.GetSFPS(), -1);
+    heat(0.1, 42.0f);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::MovingToBalancedSlightly);
+    EXPECT_EQ(temperature.GetSFPS(), 60);
+    for (int second = 1; second <= 80; ++second) {
+        heat(1, 42.0f);
+        SCOPED_TRACE(second);
+        // The first step comes at once: the last adjustment is older than 10 s.
+        ASSERT_EQ(temperature.GetSFPS(), std::max(54, 59 - (second - 1) / 10));
+        ASSERT_EQ(temperature.IsActivated(), second >= 51);
+    }
+}
+
+TEST_F(SfpsDecider, TemperatureResumeJumpsStraightToTheBalancedSFPS) {
+    struct Row {
+        int GFPS, lowerBound;
+        float celsius;
+        int expected;
+    };
+    for (const Row& row : {Row{60, 45, 42.0f, 54}, Row{60, 45, 42.5f, 53}, Row{60, 45, 50.0f, 45},
+                           Row{60, 45, 40.0f, 60}, Row{30, 20, 42.0f, 26}}) {
+        SCOPED_TRACE(row.celsius);
+        temperature.Pause();
+        heat(1, row.celsius, row.GFPS, row.lowerBound);
+        EXPECT_TRUE(temperature.IsActivated());
+        EXPECT_EQ(temperature.GetSFPS(), row.expected);
+    }
+}
+
+TEST_F(SfpsDecider, TemperatureCoolingWalksBackUpOneStepPerSecondAndResets) {
+    temperature.Pause();
+    heat(1, 42.0f);
+    Basics::Log::SetLogLevel(3);
+    heat(1, 39.0f);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG,
+                         "m=-3.000000, b=180.000000, targetSFPS=63, "
+                         "after_cutoff=60"),
+              1u);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::PrepareToPause);
+    heat(0.5, 39.0f);
+    heat(0.5, 39.0f);
+    EXPECT_EQ(temperature.GetSFPS(), 56);
+    // Hot again before the walk ends: back to Activate where it stands, stepping on later.
+    heat(1, 42.0f);
+    EXPECT_TRUE(temperature.IsActivated());
+    EXPECT_EQ(temperature.GetSFPS(), 56);
+    heat(1, 42.0f);
+    EXPECT_EQ(temperature.GetSFPS(), 55);
+    for (int expected = 56; expected <= 60; ++expected) {
+        heat(1, expected == 58 ? kNaN : 39.0f);  // a missing reading is cool too
+        EXPECT_FALSE(temperature.IsActivated());
+        EXPECT_EQ(temperature.GetSFPS(), expected < 60 ? expected : -1);
+    }
+    EXPECT_EQ(temperature.GetStatus(), Temperature::Disactivate);
+}
+
+TEST_F(SfpsDecider, TemperaturePausedStaysPausedWhileCoolAndResumesWithoutWaiting) {
+    heat(0, 42.0f);
+    heat(1, kNaN);  // cool while waiting: back to idle at the first due step
+    EXPECT_EQ(temperature.GetStatus(), Temperature::Disactivate);
+    temperature.Pause();
+    heat(1, 30.0f);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::Paused);
+    heat(1, 42.0f, 30, 20);
+    EXPECT_TRUE(temperature.IsActivated());
+    EXPECT_EQ(temperature.GetSFPS(), 26);
+
+    Basics::Log::SetLogLevel(3);
+    logs.Clear();
+    heat(1, 42.0f, 30, 0);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::Paused);
+    EXPECT_EQ(temperature.GetSFPS(), -1);
+    ASSERT_EQ(logs.Messages().size(), 1u);
+    EXPECT_EQ(logs.Messages()[0].text, "[SfpsDeciderByTemperature][Update] status = 3");
+}
+
+TEST_F(SfpsDecider, TemperatureDegenerateLinesStayWithinTheAllowedRange) {
+    for (const char* upperBound : {"40", "35"}) {
+        apply("sfps_temperature", "max_temperature", upperBound);
+        for (int lowerBound : {45, 60}) {
+            for (float celsius : {40.0f, 41.0f, 1e30f}) {
+                SCOPED_TRACE(std::string(upperBound) + " " + std::to_string(celsius));
+                temperature.Pause();
+                heat(1, celsius, 60, lowerBound);
+                EXPECT_GE(temperature.GetSFPS(), lowerBound);
+                EXPECT_LE(temperature.GetSFPS(), 60);
+            }
+        }
+    }
+}
+
+TEST_F(SfpsDecider, EveryAliasReachesItsTunable) {
+    struct Tunable {
+        const char *category, *keys, *name, *resetTo;
+    };
+    for (const Tunable& tunable :
+         {Tunable{"sfps_temperature",
+                  "temperature_to_start_consider_stabilize_fps start_temperature "
+                  "temperature_lower_bound",
+                  "TEMPERATURE_LOWER_BOUND", "40.000000"},
+          Tunable{"sfps_temperature",
+                  "not_allowed_temperature max_temperature "
+                  "temperature_upper_bound",
+                  "TEMPERATURE_UPPER_BOUND", "45.000000"},
+          Tunable{"sfps_current",
+                  "electric_current_threshold_to_compress_fps "
+                  "current_threshold ecttcf",
+                  "ElectricCurrentThreshold", "NAN"},
+          Tunable{"sfps_temperature", "time_to_stay_in_gfps_at_least ttsigal",
+                  "TIME_TO_STAY_IN_GFPS_AT_LEAST_S", "300.000000"},
+          Tunable{"sfps_current", "time_to_stay_in_gfps_at_least ttsigal",
+                  "TIME_TO_STAY_IN_GFPS_AT_LEAST_S", "300.000000"}}) {
+        for (const std::string& key : Basics::SplitString(tunable.keys, ' ')) {
+            logs.Clear();
+            apply(tunable.category, key, "7");
+            apply(tunable.category, key, "reset");
+            const std::string name = tunable.name;
+            ASSERT_EQ(logs.Messages().size(), 2u) << key;
+            EXPECT_EQ(logs.Messages()[0].text, "[SfpsDecider]\t Set " + name + " to 7.000000");
+            EXPECT_EQ(logs.Messages()[1].text,
+                      "[SfpsDecider]\t Reset " + name + " to " + tunable.resetTo);
+        }
+    }
+    apply("sfps_temperature", "temperature_lower_bound", "30");
+    apply("sfps_temperature", "max_temperature", "35");
+    apply("sfps_current", "current_threshold", "2000");
+    apply("sfps_current", "ttsigal", "0");
+    apply("sfps_temperature", "start_temperature", "abc");
+    EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR, "sourceString_ = 'abc'"), 1u);
+    // Each decider keeps its own wait; the line now runs through (30 °C, 60) and (35 °C, 45).
+    heat(0, 32.0f);
+    heat(1, 32.0f);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::WaitForActivate);
+    temperature.Pause();
+    heat(1, 32.0f);
+    EXPECT_EQ(temperature.GetSFPS(), 54);
+    draw(0, 2500.0f);
+    draw(1, 2500.0f);
+    EXPECT_TRUE(current.IsActivated());
+}
+
+TEST_F(SfpsDecider, CurrentWaitsThenStepsDownEveryFiveSecondsToTheLowerBound) {
+    apply("sfps_current", "current_threshold", "2000");
+    draw(0, 2500.0f);
+    draw(299.9, 2500.0f);
+    EXPECT_EQ(current.GetStatus(), Current::WaitForActivate);
+    draw(0.1, 2500.0f);
+    EXPECT_TRUE(current.IsActivated());
+    EXPECT_EQ(current.GetSFPS(), 60);
+    for (int second = 1; second <= 100; ++second) {
+        draw(1, 2500.0f);
+        SCOPED_TRACE(second);
+        ASSERT_EQ(current.GetSFPS(), std::max(45, 59 - (second - 1) / 5));
+        ASSERT_TRUE(current.IsActivated());
+    }
+}
+
+TEST_F(SfpsDecider, CurrentSmallExcessActivatesWithoutStepping) {
+    activateCurrentQuickly(2080.0f);
+    for (int second = 0; second < 60; ++second) draw(1, 2080.0f);
+    EXPECT_TRUE(current.IsActivated());
+    EXPECT_EQ(current.GetSFPS(), 60);
+}
+
+TEST_F(SfpsDecider, CurrentRecoversOneStepPerFiveSecondsUpToTheGFPSThenResets) {
+    activateCurrentQuickly();
+    for (int tick = 0; tick < 100 && current.GetSFPS() > 50; ++tick) draw(1, 2500.0f);
+    ASSERT_EQ(current.GetSFPS(), 50);
+    for (int second = 1; second <= 60; ++second) {
+        draw(1, 1500.0f);  // the last step started a fresh mean
+        SCOPED_TRACE(second);
+        ASSERT_EQ(current.GetSFPS(), second < 55 ? 50 + second / 5 : -1);
+        ASSERT_EQ(current.GetStatus(),
+                  second < 55 ? Current::PrepareToDisactivate : Current::Disactivate);
+    }
+}
+
+TEST_F(SfpsDecider, CurrentDecidesOnTheMeanSinceTheLastStep) {
+    apply("sfps_current", "current_threshold", "2000");
+    apply("sfps_current", "ttsigal", "0");
+    draw(0, 3000.0f);
+    draw(1, 1500.0f);  // mean 2250
+    EXPECT_TRUE(current.IsActivated());
+    draw(5, 1600.0f);  // mean 2033: not clearly above, no step
+    EXPECT_EQ(current.GetSFPS(), 60);
+    draw(1, 3000.0f);  // mean 2275
+    EXPECT_EQ(current.GetSFPS(), 59);
+}
+
+TEST_F(SfpsDecider, CurrentImplausibleInputEndsStabilisationAtOnce) {
+    struct Row {
+        int GFPS, lowerBound;
+        float mA;
+        size_t stopMessages;
+    };
+    for (const Row& row : {Row{60, 45, 0.0f, 0}, Row{60, 45, kNaN, 0}, Row{60, 45, 100000.0f, 0},
+                           Row{60, 0, 2500.0f, 0}, Row{30, 45, 2500.0f, 1}}) {
+        SCOPED_TRACE(row.mA);
+        current.Reset();
+        activateCurrentQuickly();
+        Basics::Log::SetLogLevel(3);
+        logs.Clear();
+        draw(1, row.mA, row.GFPS, row.lowerBound);
+        EXPECT_EQ(current.GetStatus(), Current::Disactivate);
+        EXPECT_EQ(current.GetSFPS(), -1);
+        EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "Stop Stabilizing due to GFPS is lower."),
+                  row.stopMessages);
+        EXPECT_EQ(logs.Messages().size(), 1 + row.stopMessages);
+        Basics::Log::SetLogLevel(2);
+    }
+}
+
+TEST_F(SfpsDecider, CurrentUnsetThresholdKeepsItIdle) {
+    apply("sfps_current", "ttsigal", "0");
+    for (int second = 0; second < 10; ++second) draw(1, 5000.0f);
+    EXPECT_EQ(current.GetStatus(), Current::Disactivate);
+    apply("sfps_current", "ecttcf", "2000");
+    draw(1, 5000.0f);
+    EXPECT_EQ(current.GetStatus(), Current::WaitForActivate);
+    apply("sfps_current", "current_threshold", "nan");
+    draw(5, 5000.0f);
+    EXPECT_EQ(current.GetStatus(), Current::Disactivate);
+}
+
+}  // namespace
