@@ -23,3 +23,6 @@
 #include "talvex/brain_src/fps_stabilizer/LoadingDetector.h"
 #include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
 #include "talvex/brain_src/fps_stabilizer/SystemInfo.h"
+#include "talvex/brain_src/fps_stabilizer/FpsCandidates.h"
+#include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
+#include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
