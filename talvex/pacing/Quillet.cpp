@@ -1,0 +1,23 @@
+#include "talvex/pacing/Quillet.h"
+
+#include "talvex/pacing/QuilletImpl.h"
+
+namespace android {
+namespace Nimbrel {
+namespace Quillet {
+
+Quillet::Quillet() : impl(std::make_unique<QuilletImpl>()) {}
+
+Quillet::~Quillet() = default;
+
+void Quillet::Update(int targetSFPS, int refreshRate, int maxFPS) {
+    impl->Update(targetSFPS, refreshRate, maxFPS);
+}
+
+float Quillet::CalculateSleepDuration_ms() { return impl->CalculateSleepDuration_ms(); }
+
+void Quillet::PostUpdate() { impl->PostUpdate(); }
+
+}  // namespace Quillet
+}  // namespace Nimbrel
+}  // namespace android

@@ -1,0 +1,254 @@
+#include "talvex/pacing/QuilletImpl.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+
+#include "talvex/basics/CharacterDevice.h"
+#include "talvex/basics/Log.h"
+#include "talvex/basics/Trace.h"
+
+namespace android {
+namespace Nimbrel {
+namespace Quillet {
+namespace {
+
+double printable(float value) {
+    return std::isnan(value) ? std::numeric_limits<double>::quiet_NaN()
+                             : static_cast<double>(value);
+}
+
+// Truncation toward zero that saturates like the target processor's conversion (NaN gives 0)
+// instead of being undefined outside the int32 range.
+int32_t toCounterValue(double value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 2147483647.0) return std::numeric_limits<int32_t>::max();
+    if (value <= -2147483648.0) return std::numeric_limits<int32_t>::min();
+    return static_cast<int32_t>(value);
+}
+
+// The product is taken only while the tag is on.
+void traceScaled(const char* name, float value, double scale) {
+    if (!Basics::IsTraceEnabled()) return;
+    atrace_int(TALVEX_TRACE_TAG, name, toCounterValue(value * scale));
+}
+
+void traceMicroseconds(const char* name, float value_ms) { traceScaled(name, value_ms, 1000.0); }
+
+float elapsed_ms(Basics::TimePoint since, Basics::TimePoint now) {
+    return static_cast<float>((now - since).count()) / 1000000.0f;
+}
+
+}  // namespace
+
+int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line) {
+    return std::snprintf(buffer, size, "%.4g;%d;%.4g;%s;%.4g;%.4g;%.4g;%.4g;%.4g\n",
+                         printable(line.SFPS), static_cast<int>(line.fastestFPS),
+                         printable(line.frameLength_ms), line.window, printable(line.quota_ms),
+                         printable(line.averagedFPS), printable(line.sleepCalibration_ms),
+                         printable(line.timeDiff_ms), printable(line.sleepDuration_ms));
+}
+
+Quillet::QuilletImpl::QuilletImpl() : infoNodePath(Basics::NodeDirectory() + "/egl_buf") {
+    TALVEX_LOGD("[Quillet] clearInfoNode while init");
+    clearInfoNode();
+    clearSysTraceInfo();
+}
+
+Quillet::QuilletImpl::~QuilletImpl() {
+    TALVEX_LOGD("[Quillet] clearInfoNode while destruct");
+    clearInfoNode();
+    clearSysTraceInfo();
+}
+
+void Quillet::QuilletImpl::Update(int targetSFPS, int refreshRate, int maxFPS) {
+    TALVEX_TRACE_SCOPE("Quillet::Update()");
+    updateStabilizedFPS(targetSFPS, std::min(refreshRate, maxFPS));
+}
+
+void Quillet::QuilletImpl::updateStabilizedFPS(int targetSFPS, int fastest) {
+    TALVEX_LOGD("[Quillet][Update] self.SFPS=%f, TARGET_SFPS_=%d, FASTEST_FPS_=%d", SFPS,
+                targetSFPS, fastest);
+    fastestFPS = fastest;
+    if (targetSFPS > -11) {
+        isExploring = false;
+        TALVEX_LOGD("[Quillet] set isExploring(=%d) to false, due to TARGET_SFPS_=%d.", isExploring,
+                    targetSFPS);
+        // The calibration itself carries over to the new rate.
+        if (!std::isnan(SFPS) && std::roundf(SFPS) != static_cast<float>(targetSFPS)) {
+            resetQueues();
+            TALVEX_LOGD(
+                "[Quillet] clear sleepCalibrator because of targetSFPS change from %f to %d", SFPS,
+                targetSFPS);
+        }
+    } else {
+        isExploring = true;
+        TALVEX_LOGD("[Quillet] set isExploring(=%d) to true, due to TARGET_SFPS_=%d.", isExploring,
+                    targetSFPS);
+    }
+
+    if (targetSFPS > fastest) {
+        resetQueues();
+        SFPS = static_cast<float>(fastest);
+        TALVEX_LOGW(
+            "[Quillet][updateStabilizedFPS] TargetStabilizedFPS(=%d) > REFRESH_RATE(=%d) "
+            "is invalid!",
+            targetSFPS, fastest);
+    } else if (targetSFPS >= 11) {
+        SFPS = static_cast<float>(targetSFPS);
+    } else if (isExploring) {
+        SFPS = -static_cast<float>(targetSFPS);
+    } else if (!std::isnan(SFPS)) {
+        SFPS = kNaN;
+        TALVEX_LOGD("[Quillet] clearInfoNode because of TARGET_SFPS_=%d not valid.", targetSFPS);
+        clearInfoNode();
+        clearSysTraceInfo();
+    }
+}
+
+float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
+    TALVEX_TRACE_SCOPE("Quillet::CalculateSleepDuration_ms()");
+    if (std::isnan(SFPS)) {
+        reset();
+        return 0.0f;
+    }
+
+    quota_ms = clearableQueue.GetQuota() * 1000.0f;
+    TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] quota_ms = %f", quota_ms);
+    traceScaled("AI + Quota (us)", quota_ms, 1000.0);
+    traceScaled("AI - Quota (us)", quota_ms, -1000.0);
+    updateSleepCalibration();
+
+    float sleep_ms = 0.0f;
+    if (lastPostUpdateTime && SFPS > 10.0f) {
+        timeDiff_ms = elapsed_ms(*lastPostUpdateTime, Basics::Now());
+        traceMicroseconds("AI TimeDiff (us)", timeDiff_ms);
+        sleep_ms = (quota_ms + sleepCalibration_ms) + (1000.0f / SFPS - timeDiff_ms);
+    }
+    sleepDuration_ms = sleep_ms;
+    sendInfoToAI();
+
+    if (!isExploring && sleep_ms > 0.0f) {
+        traceMicroseconds("AI Sleep duration (us)", sleep_ms);
+        TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = %f",
+                    sleep_ms);
+        return sleep_ms;
+    }
+    atrace_int(TALVEX_TRACE_TAG, "AI Sleep duration (us)", 0);
+    TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = 0");
+    return 0.0f;
+}
+
+void Quillet::QuilletImpl::updateSleepCalibration() {
+    averagedFPS = 1.0f / calibrationQueue.CalculateAveragedFrameLength_s();
+    if (static_cast<double>(SFPS) + 0.5 < averagedFPS) {
+        sleepCalibration_ms = static_cast<float>(sleepCalibration_ms + 0.1);
+    } else if (averagedFPS < SFPS) {
+        sleepCalibration_ms = static_cast<float>(sleepCalibration_ms - 0.1);
+    }
+    // At most half a period: the calibration must never swallow a whole frame.
+    const float upper_ms = (1000.0f / SFPS) * 0.5f;
+    if (sleepCalibration_ms > upper_ms) {
+        sleepCalibration_ms = upper_ms;
+    } else if (sleepCalibration_ms < -3.0f) {
+        sleepCalibration_ms = -3.0f;
+    }
+    TALVEX_LOGD("[Quillet][updateSleepCalibration] sleepCalibration_ms = %f", sleepCalibration_ms);
+    traceMicroseconds("AI SleepCalibration (us)", sleepCalibration_ms);
+}
+
+void Quillet::QuilletImpl::PostUpdate() {
+    TALVEX_TRACE_SCOPE("Quillet::PostUpdate()");
+    if (!lastPostUpdateTime) {
+        atrace_int(TALVEX_TRACE_TAG, "AI FrameLength (us)", 0);
+        lastPostUpdateTime = std::make_shared<Basics::TimePoint>(Basics::Now());
+        return;
+    }
+    frameLength_ms = elapsed_ms(*lastPostUpdateTime, Basics::Now());
+    clearableQueue.SetFastestFPS(static_cast<float>(fastestFPS));
+    clearableQueue.Update(frameLength_ms / 1000.0f, SFPS);
+    calibrationQueue.Update(frameLength_ms / 1000.0f, SFPS);
+    traceMicroseconds("AI FrameLength (us)", frameLength_ms);
+    // Read again: the time spent on the queues belongs to the next frame.
+    *lastPostUpdateTime = Basics::Now();
+}
+
+void Quillet::QuilletImpl::reset() {
+    sleepCalibration_ms = -1.0f;
+    timeDiff_ms = kNaN;
+    quota_ms = kNaN;
+    averagedFPS = kNaN;
+}
+
+void Quillet::QuilletImpl::resetQueues() {
+    clearableQueue.Reset();
+    calibrationQueue.Reset();
+}
+
+void Quillet::QuilletImpl::sendInfoToAI() {
+    const uint32_t quotaCount = clearableQueue.GetQuotaCounts();
+    if (Basics::IsTraceEnabled()) {
+        atrace_int(TALVEX_TRACE_TAG, "AI_Egl QuotaCounts", static_cast<int32_t>(quotaCount));
+    }
+
+    char window[96];
+    clearableQueue.FormatDumpedFileInfo(window, sizeof(window));
+    const InfoLine line{isExploring ? -SFPS : SFPS,
+                        fastestFPS,
+                        frameLength_ms,
+                        window,
+                        quota_ms,
+                        averagedFPS,
+                        sleepCalibration_ms,
+                        timeDiff_ms,
+                        isExploring ? 0.0f : sleepDuration_ms};
+    char text[256];
+    const int length = FormatInfoLine(text, sizeof(text), line);
+    if (length < 0) return;
+    if (!writeInfoNode(text, std::min(static_cast<std::size_t>(length), sizeof(text) - 1))) {
+        warnUnwritableNode("send info to Brain");
+    }
+}
+
+void Quillet::QuilletImpl::clearInfoNode() {
+    if (!writeInfoNode("\n", 1)) warnUnwritableNode("clear the info to Brain");
+}
+
+void Quillet::QuilletImpl::clearSysTraceInfo() {
+    if (!Basics::IsTraceEnabled()) return;
+    for (const char* counter :
+         {"AI_Egl QuotaCounts", "AI + Quota (us)", "AI - Quota (us)", "AI SleepCalibration (us)",
+          "AI FrameLength (us)", "AI TimeDiff (us)"}) {
+        atrace_int(TALVEX_TRACE_TAG, counter, 0);
+    }
+}
+
+bool Quillet::QuilletImpl::writeInfoNode(const char* text, std::size_t length) const {
+    const int node = ::open(infoNodePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (node < 0) return false;
+    // Failures after the open go unreported, like a stream's failed write or close.
+    std::size_t written = 0;
+    while (written < length) {
+        const ssize_t result = ::write(node, text + written, length - written);
+        if (result < 0 && errno == EINTR) continue;
+        if (result <= 0) break;
+        written += static_cast<std::size_t>(result);
+    }
+    ::close(node);
+    return true;
+}
+
+void Quillet::QuilletImpl::warnUnwritableNode(const char* attempt) const {
+    TALVEX_LOGW(
+        "[Quillet] Error occur while try to %s:\n\t Failed to write info to node: '%s'\n"
+        "Please check the Kernel Version and wheter the node is valid.\n",
+        attempt, infoNodePath.c_str());
+}
+
+}  // namespace Quillet
+}  // namespace Nimbrel
+}  // namespace android

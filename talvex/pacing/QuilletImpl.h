@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+
+#include "talvex/basics/Clock.h"
+#include "talvex/math/ClearableFrameLengthsQueue.h"
+#include "talvex/math/FixedLengthFrameLengthsQueue.h"
+#include "talvex/pacing/Quillet.h"
+
+namespace android {
+namespace Nimbrel {
+namespace Quillet {
+
+// The values of one line of the pacing node, as they are printed.
+struct InfoLine {
+    float SFPS;  // negated while exploring
+    int32_t fastestFPS;
+    float frameLength_ms;
+    const char* window;  // the dump row of the frame window
+    float quota_ms;
+    float averagedFPS;
+    float sleepCalibration_ms;
+    float timeDiff_ms;
+    float sleepDuration_ms;  // 0 while exploring
+};
+
+// Nine ";"-separated fields and a line end, into a caller's buffer without allocating. Floats
+// read as a standard stream at precision 4 prints them, except that every NaN is "nan" (a 0/0
+// on x86-64 carries the sign bit). Returns what snprintf returns.
+int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line);
+
+// Per frame nothing here allocates except the first PostUpdate, and the only system calls are
+// the node's open, write and close once per calculated frame.
+class Quillet::QuilletImpl {
+  public:
+    QuilletImpl();
+    ~QuilletImpl();
+    QuilletImpl(const QuilletImpl&) = delete;
+    QuilletImpl& operator=(const QuilletImpl&) = delete;
+
+    void Update(int targetSFPS, int refreshRate, int maxFPS);
+    float CalculateSleepDuration_ms();
+    void PostUpdate();
+
+  private:
+    void updateStabilizedFPS(int targetSFPS, int fastestFPS);
+    void updateSleepCalibration();
+    void reset();
+    void resetQueues();
+
+    void sendInfoToAI();
+    void clearInfoNode();
+    void clearSysTraceInfo();
+    // One open-truncate-write-close cycle; false when the node cannot be opened.
+    bool writeInfoNode(const char* text, std::size_t length) const;
+    // attempt completes "Error occur while try to ...".
+    void warnUnwritableNode(const char* attempt) const;
+
+    static constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+
+    const std::string infoNodePath;
+    float SFPS = kNaN;
+    Math::ClearableFrameLengthsQueue clearableQueue;
+    std::shared_ptr<Basics::TimePoint> lastPostUpdateTime;
+    Math::FixedLengthFrameLengthsQueue calibrationQueue{10};
+    int32_t fastestFPS = 0;
+    float quota_ms = kNaN;
+    float averagedFPS = kNaN;
+    float sleepCalibration_ms = -1.0f;
+    float timeDiff_ms = kNaN;
+    float sleepDuration_ms = kNaN;
+    float frameLength_ms = kNaN;
+    bool isExploring = false;
+};
+
+}  // namespace Quillet
+}  // namespace Nimbrel
+}  // namespace android
