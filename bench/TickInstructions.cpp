@@ -1,0 +1,48 @@
+// Ticks of the FPS manager for counting instructions under callgrind: collection is switched on
+// only around the measured ticks. Run as
+//   valgrind --tool=callgrind --collect-atstart=no talvex_bench_tick_instructions STATE TICKS
+// and divide the collected instructions by TICKS.
+#include <valgrind/callgrind.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+
+#include "BenchSupport.h"
+#include "TickScenario.h"
+
+using TalvexBench::TickState;
+
+int main(int argc, char** argv) {
+    const TickState states[] = {TickState::NoLists, TickState::ListsIdle,
+                                TickState::DeciderStepping};
+    if (argc != 3) {
+        std::fprintf(stderr, "usage: %s no_lists|lists_idle|decider_stepping TICKS\n", argv[0]);
+        return 2;
+    }
+    const TickState* state = nullptr;
+    for (const TickState& candidate : states) {
+        if (std::strcmp(argv[1], TalvexBench::TickStateName(candidate)) == 0) state = &candidate;
+    }
+    const long ticks = std::atol(argv[2]);
+    if (state == nullptr || ticks <= 0) {
+        std::fprintf(stderr, "unknown state or tick count\n");
+        return 2;
+    }
+    try {
+        TalvexBench::VirtualClock clock;
+        TalvexBench::TmpfsNodeDirectory nodes;
+        TalvexBench::LogLevelScope log(2, false);
+        TalvexBench::TickScenario scenario(*state);
+        long changes = 0;
+        CALLGRIND_TOGGLE_COLLECT;
+        for (long i = 0; i < ticks; ++i) changes += scenario.Tick() ? 1 : 0;
+        CALLGRIND_TOGGLE_COLLECT;
+        std::printf("state=%s ticks=%ld sfps_changes=%ld\n", argv[1], ticks, changes);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return 1;
+    }
+    return 0;
+}

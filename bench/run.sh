@@ -1,0 +1,79 @@
+#!/usr/bin/env bash
+# Builds the benchmarks in a Release tree, runs them all, writes their JSON to out/bench/ and the
+# results table to out/bench/results.md. Takes about three minutes, two of them the real-time
+# pacing runs. Environment: BENCH_BUILD_DIR (default build-bench), JOBS (default 2),
+# PACING_SECONDS (default 10 per run).
+set -euo pipefail
+
+root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+cd "$root"
+build="${BENCH_BUILD_DIR:-build-bench}"
+jobs="${JOBS:-2}"
+pacing_seconds="${PACING_SECONDS:-10}"
+out=out/bench
+ticks=2000
+
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release > /dev/null
+targets=(talvex_bench_frame talvex_bench_tick talvex_bench_tick_instructions talvex_bench_pacing
+         talvex_bench_table talvex-sim)
+cmake --build "$build" -j "$jobs" --target "${targets[@]}"
+bin="$build/bench"
+mkdir -p "$out"
+
+# Repetitions interleaved at random, so that a slow spell of this shared machine hits the
+# floor and the measured case alike; the table uses the medians.
+repeat=(--benchmark_repetitions=10 --benchmark_enable_random_interleaving=true
+        --benchmark_report_aggregates_only=true --benchmark_out_format=json)
+
+echo "== per-frame cost"
+"$bin/talvex_bench_frame" "${repeat[@]}" --benchmark_out="$out/frame.json"
+
+echo "== per-tick cost"
+"$bin/talvex_bench_tick" "${repeat[@]}" --benchmark_out="$out/tick.json"
+
+echo "== instructions per tick (callgrind)"
+json_escape() { sed -e 's/\\/\\\\/g' -e 's/"/\\"/g'; }
+machine="$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //'), $(nproc) cores, $(uname -srm)"
+{
+    printf '{\n  "context": {"machine": "%s", "date": "%s", "command": "%s"},\n  "instructions": [' \
+        "$(printf '%s' "$machine" | json_escape)" "$(date -u +%Y-%m-%dT%H:%M:%SZ)" \
+        "valgrind --tool=callgrind --collect-atstart=no $bin/talvex_bench_tick_instructions STATE $ticks"
+    separator=""
+    for state in no_lists lists_idle decider_stepping; do
+        callgrind_out="$out/callgrind.$state.out"
+        report="$(valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$callgrind_out" \
+            "$bin/talvex_bench_tick_instructions" "$state" "$ticks" 2> "$out/callgrind.$state.log")"
+        changes="$(printf '%s\n' "$report" | sed -n 's/.*sfps_changes=\([0-9]*\).*/\1/p')"
+        total="$(sed -n 's/^totals: *\([0-9]*\).*/\1/p' "$callgrind_out")"
+        [ -n "$total" ] || total="$(sed -n 's/^summary: *\([0-9]*\).*/\1/p' "$callgrind_out")"
+        # The node's own reads and writes, inclusive of the stream code they run.
+        node_io="$(callgrind_annotate --inclusive=yes --threshold=100 "$callgrind_out" 2> /dev/null |
+            grep -E 'CharacterDevice::(updateDeviceStatus|writeStatusToDevice)' |
+            awk '{ gsub(",", "", $1); sum += $1 } END { print sum + 0 }')"
+        printf '%s\n    {"state": "%s", "ticks": %s, "sfps_changes": %s, "instructions": %s, "node_io_instructions": %s}' \
+            "$separator" "$state" "$ticks" "${changes:-0}" "$total" "$node_io"
+        separator=","
+    done
+    printf '\n  ]\n}\n'
+} > "$out/instructions.json"
+cat "$out/instructions.json"
+
+echo "== simulator throughput"
+sim_out="$out/sim-run"
+rm -rf "$sim_out"
+start_ns="$(date +%s%N)"
+"$build/tools/sim/talvex-sim" --out "$sim_out" > "$out/sim.log" 2>&1
+end_ns="$(date +%s%N)"
+printf '{\n  "context": {"machine": "%s", "date": "%s", "command": "%s"},\n  "simulator": {"wall_seconds": %s, "log": "%s"}\n}\n' \
+    "$(printf '%s' "$machine" | json_escape)" "$(date -u +%Y-%m-%dT%H:%M:%SZ)" \
+    "$build/tools/sim/talvex-sim --out $sim_out" \
+    "$(awk -v s="$start_ns" -v e="$end_ns" 'BEGIN { printf "%.6f", (e - s) / 1e9 }')" \
+    "$out/sim.log" > "$out/sim.json"
+
+echo "== real-time pacing accuracy (3 pacers x 3 rates x ${pacing_seconds} s)"
+"$bin/talvex_bench_pacing" --seconds "$pacing_seconds" --rates 30,45,60 --out "$out/pacing.json"
+
+"$bin/talvex_bench_table" "$out/frame.json" "$out/tick.json" "$out/instructions.json" \
+    "$out/sim.json" "$out/pacing.json" > "$out/results.md"
+echo "== results: $out/results.md"
+cat "$out/results.md"
