@@ -14,13 +14,18 @@ namespace {
 std::atomic<long long> heapAllocations{0};
 }  // namespace
 
+// GCC takes the free() inside a replaced operator delete for a mismatched deallocation.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
 void* operator new(std::size_t size) {
     ++heapAllocations;
     if (void* block = std::malloc(size == 0 ? 1 : size)) return block;
     throw std::bad_alloc();
 }
 void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t) noexcept { std::free(block); }
+void operator delete(void* block, std::size_t) noexcept { ::operator delete(block); }
 
 namespace {
 
