@@ -26,3 +26,4 @@
 #include "talvex/brain_src/fps_stabilizer/FpsCandidates.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
+#include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
