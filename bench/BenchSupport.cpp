@@ -129,8 +129,13 @@ std::string MachineDescription() {
     }
     struct utsname names {};
     uname(&names);
+    // Other work on a shared machine shows in the load.
+    std::string load = "?";
+    std::ifstream loadavg("/proc/loadavg");
+    loadavg >> load;
     return model + ", " + std::to_string(std::thread::hardware_concurrency()) + " cores, " +
-           names.sysname + " " + names.release + " " + names.machine;
+           names.sysname + " " + names.release + " " + names.machine + ", load average " + load +
+           " at start";
 }
 
 }  // namespace TalvexBench

@@ -75,7 +75,7 @@ class LogLevelScope {
 // The program's arguments joined by blanks, its path relative to the working directory.
 std::string CommandLine(int argc, char** argv);
 
-// One line about the machine, for the results: CPU model, cores, kernel.
+// One line about the machine, for the results: CPU model, cores, kernel, load average.
 std::string MachineDescription();
 
 }  // namespace TalvexBench

@@ -79,7 +79,7 @@ BenchmarkFile readBenchmarks(const std::string& path, const Json::Value& root) {
         if (isIteration && file.runs.count(name) != 0) continue;  // first repetition only
         Measure measure;
         measure.time_ns =
-            toNanoseconds(entry["real_time"].asDouble(), entry["time_unit"].asString());
+            toNanoseconds(entry["cpu_time"].asDouble(), entry["time_unit"].asString());
         // The user counters sit beside the standard fields.
         for (const std::string& member : entry.getMemberNames()) {
             if (entry[member].isNumeric()) measure.counters[member] = entry[member].asDouble();
@@ -107,7 +107,8 @@ class Table {
   public:
     void Frame(const BenchmarkFile& file) {
         out << "### Per-frame cost (`Update` + `CalculateSleepDuration_ms` + `PostUpdate`)\n\n"
-            << "Virtual time, node in tmpfs (`/dev/shm`), log level 2. Median wall time of the "
+            << "Virtual time, node in tmpfs (`/dev/shm`), log level 2. Median CPU time (user and "
+               "system) of the "
                "repetitions; every ratio within this one run.\n"
             << source(file.command, file.machine, file.date)
             << "| Case | ns per frame | Floor, ns | Ratio to floor | Allocations per frame |\n"
@@ -158,7 +159,8 @@ class Table {
     void Tick(const BenchmarkFile& file) {
         out << "### Per-tick cost (`FpsManager::Update` + `PostUpdate`)\n\n"
             << "Virtual time (one tick per second), node in tmpfs and unchanged, debug off. "
-               "Median wall time of the repetitions; every ratio within this one run.\n"
+               "Median CPU time (user and system) of the repetitions; every ratio within this one "
+               "run.\n"
             << source(file.command, file.machine, file.date)
             << "| State | ns per tick, log level 2 | ns per tick, log level -1 | Ratio | "
                "Allocations per tick (level 2) |\n"

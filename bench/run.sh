@@ -33,7 +33,12 @@ echo "== per-tick cost"
 
 echo "== instructions per tick (callgrind)"
 json_escape() { sed -e 's/\\/\\\\/g' -e 's/"/\\"/g'; }
-machine="$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //'), $(nproc) cores, $(uname -srm)"
+machine_now() {
+    printf '%s, %s cores, %s, load average %s at start' \
+        "$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //')" "$(nproc)" \
+        "$(uname -srm)" "$(cut -d' ' -f1 /proc/loadavg)"
+}
+machine="$(machine_now)"
 {
     printf '{\n  "context": {"machine": "%s", "date": "%s", "command": "%s"},\n  "instructions": [' \
         "$(printf '%s' "$machine" | json_escape)" "$(date -u +%Y-%m-%dT%H:%M:%SZ)" \
@@ -59,6 +64,7 @@ machine="$(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2- | sed 's/^ //'), $
 cat "$out/instructions.json"
 
 echo "== simulator throughput"
+machine="$(machine_now)"
 sim_out="$out/sim-run"
 rm -rf "$sim_out"
 start_ns="$(date +%s%N)"
