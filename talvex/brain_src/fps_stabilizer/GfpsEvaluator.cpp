@@ -77,8 +77,9 @@ void GfpsEvaluator::updateGFPS() {
         // equal to an inner candidate maps to that candidate.
         matched = false;
         for (std::size_t k = 0; k + 1 < candidates.size(); ++k) {
-            const int lower = candidates[k];
-            const int upper = candidates[k + 1];
+            // 64-bit: a candidate near the largest int must not overflow lower + step.
+            const long long lower = candidates[k];
+            const long long upper = candidates[k + 1];
             if (efps < lower || efps > upper) continue;
             const int step = upper - lower < kNarrowGap ? kNarrowStep : kWideStep;
             const std::size_t index = efps < lower + step ? k : k + 1;
@@ -179,7 +180,8 @@ void GfpsEvaluator::truncateSfpsCandidates() {
     const std::vector<int>& gfps = LIST_OF_GFPS_CANDIDATES;
     for (std::size_t i = 1; i < sfps.size(); ++i) {
         if (sfps[i] < 1) continue;
-        const int allowedMinValue = (gfps[i - 1] + gfps[i]) / 2;
+        const int allowedMinValue =
+            static_cast<int>((static_cast<long long>(gfps[i - 1]) + gfps[i]) / 2);
         if (allowedMinValue <= sfps[i]) continue;
         if (TALVEX_LOG_ENABLED_I()) {
             const std::string note = "Note: at setting index = " + Basics::ToString(i) +

@@ -20,6 +20,20 @@ std::string refusalOf(const char* setter, const std::string& value) {
            "():\nInvalid target value: '" + value + "'\n";
 }
 
+// Halves away from zero. A zero-length frame gives an infinite rate, which an int cannot hold
+// (the conversion would be undefined), so it saturates; NaN is unknown.
+int roundToInt(double value) {
+    if (std::isnan(value)) return -1;
+    const double rounded = std::round(value);
+    if (rounded >= static_cast<double>(std::numeric_limits<int>::max())) {
+        return std::numeric_limits<int>::max();
+    }
+    if (rounded <= static_cast<double>(std::numeric_limits<int>::min())) {
+        return std::numeric_limits<int>::min();
+    }
+    return static_cast<int>(rounded);
+}
+
 }  // namespace
 
 GfpsExplorer::GfpsExplorer() : statusStartTime(Basics::Now()) {
@@ -106,7 +120,7 @@ int GfpsExplorer::EstimateFPS() const {
     double sum = 0.0;
     for (std::size_t i = first; i < count; ++i) sum += arrayOfFrameLengths_s[i];
     const float mean_s = static_cast<float>(sum / static_cast<double>(count - first));
-    const int result = static_cast<int>(std::round(1.0 / static_cast<double>(mean_s)));
+    const int result = roundToInt(1.0 / static_cast<double>(mean_s));
 
     if (Basics::Log::IsDebug() && TALVEX_LOG_ENABLED_D()) {
         std::string text = "In EstimateFPS:\n";

@@ -2,17 +2,20 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cmath>
+#include <initializer_list>
 #include <string>
 #include <thread>
 
 #include "GfpsTestSupport.h"
 #include "LogCapture.h"
+#include "ManualClock.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
+#include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 
 namespace {
 
 using TalvexTest::RefusalOf;
-using ::testing::HasSubstr;
 
 std::string SfpsRefusal(const std::string& input, const std::string& converted) {
     return "SetSfpsLowerBoundCandidates:\nError occur while "
@@ -27,11 +30,15 @@ std::string SfpsRefusal(const std::string& input, const std::string& converted) 
 
 class GfpsEvaluatorTest : public ::testing::Test {
   protected:
-    // GFPS, lower bound and index after one tick at this EFPS.
-    std::string Tick(int efps, int refreshRate = 120) {
-        evaluator.Update(efps, refreshRate);
-        return std::to_string(evaluator.GetNearestGFPS()) + "/" +
-               std::to_string(evaluator.GetSfpsLowerBound());
+    // "GFPS/lower bound" after a tick at each EFPS in turn.
+    std::string Tick(std::initializer_list<int> efps, int refreshRate = 120) {
+        std::string result;
+        for (int each : efps) {
+            evaluator.Update(each, refreshRate);
+            result += (result.empty() ? "" : " ") + std::to_string(evaluator.GetNearestGFPS()) +
+                      "/" + std::to_string(evaluator.GetSfpsLowerBound());
+        }
+        return result;
     }
 
     TalvexTest::FreshSettingsCenter center;
@@ -50,67 +57,60 @@ TEST_F(GfpsEvaluatorTest, NearestCandidateFavoursTheLowerNeighbour) {
           Row{"30-45-60", 70, 2, 60}, Row{"30-60", 39, 0, 30}, Row{"30-60", 40, 1, 60},
           Row{"30-50", 39, 0, 30}, Row{"30-50", 40, 1, 50}, Row{"30-49", 34, 0, 30},
           Row{"30-49", 35, 1, 49}, Row{"30-33", 32, 0, 30}, Row{"30-33-60", 33, 1, 33},
-          Row{"30-30-60", 30, 0, 30}, Row{"30-30-60", 45, 2, 60}, Row{"60", 90, 0, 60}}) {
+          Row{"30-30-60", 45, 2, 60}, Row{"2147483643-2147483647", 2147483645, 0, 2147483643}}) {
         evaluator.SetGfpsCandidates(row.list);
         evaluator.Update(row.efps, 120);
         EXPECT_EQ(evaluator.GetNearestGFPS(), row.gfps) << row.list << " at " << row.efps;
         EXPECT_THAT(evaluator.GetDebugInfo(),
-                    HasSubstr("\t indexOfNearestGFPS = " + std::to_string(row.index) + "\n"))
+                    ::testing::HasSubstr("\t indexOfNearestGFPS = " + std::to_string(row.index)))
             << row.list << " at " << row.efps;
     }
 }
 
-TEST_F(GfpsEvaluatorTest, LowerBoundStory) {
+TEST_F(GfpsEvaluatorTest, LowerBoundsFitTheGfpsListAndAreRaisedToTheMidpoint) {
     EXPECT_EQ(RefusalOf([&] { evaluator.SetSfpsLowerBoundCandidates("0-50"); }),
               SfpsRefusal("0-50", "0, 50"));
-    evaluator.SetGfpsCandidates("30-60");
-    evaluator.SetSfpsLowerBoundCandidates("0-50");
-    EXPECT_EQ(Tick(39), "30/0");
-    EXPECT_EQ(Tick(40), "60/50");
-
-    evaluator.SetSfpsLowerBoundCandidates("0-58");
+    center.Send("gfps", "30-60");
+    center.Send("sfps_lower_bound", "0-50");
+    EXPECT_EQ(Tick({39, 40}), "30/0 60/50");
+    center.Send("sfps", "0-58");
     EXPECT_EQ(evaluator.GetSfpsLowerBound(), -1);  // until the next tick
-    EXPECT_EQ(Tick(60), "60/58");
+    EXPECT_EQ(Tick({60}), "60/58");
     EXPECT_EQ(RefusalOf([&] { evaluator.SetSfpsLowerBoundCandidates("0-61"); }),
               SfpsRefusal("0-61", "0, 61"));
-    EXPECT_EQ(Tick(60), "60/58");
+    EXPECT_EQ(Tick({60}), "60/58");
 
-    evaluator.SetGfpsCandidates("30-45-60");  // the SFPS list no longer fits
-    EXPECT_EQ(Tick(60), "60/-1");
-}
-
-TEST_F(GfpsEvaluatorTest, LowerBoundsBelowTheMidpointAreRaisedToIt) {
-    evaluator.SetGfpsCandidates("30-60-90");
-    evaluator.SetSfpsLowerBoundCandidates("0-40-85");
+    center.Send("efps", "30-60-90");  // the SFPS list no longer fits
+    EXPECT_EQ(Tick({60}), "60/-1");
+    center.Send("ofps_max", "0-40-85");
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO,
                          "[GfpsEvaluator][SetSfpsLowerBoundCandidates]\t Note: at setting index = "
                          "1, with targetSFPS = 40\n\t Unable to adopt this setting due to the "
                          "allowedMinValue = 45\n\t Truncate it by allowedMinValue anyway.\n"),
               1u);
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO,
-                         "[GfpsEvaluator] Set LIST_OF_SFPS_CANDIDATES to: \t[\n"
-                         "\t  0, 45, 85\n\t]\n"),
+                         "[GfpsEvaluator] Set LIST_OF_SFPS_CANDIDATES to: \t[\n\t  0, 45, 85\n"),
               1u);
-    EXPECT_EQ(Tick(20), "30/0");
-    EXPECT_EQ(Tick(60), "60/45");
-    EXPECT_EQ(Tick(90), "90/85");
-
-    evaluator.SetSfpsLowerBoundCandidates("0-0-70");  // 0 means: no compression at 60
-    EXPECT_EQ(Tick(60), "60/0");
-    EXPECT_EQ(Tick(90), "90/75");
+    EXPECT_EQ(Tick({20, 60, 90}), "30/0 60/45 90/85");
+    // The first is never raised; 0 means no compression.
+    evaluator.SetSfpsLowerBoundCandidates("25-0-70");
+    EXPECT_EQ(Tick({20, 60, 90}), "30/25 60/0 90/75");
+    evaluator.SetGfpsCandidates("2147483600-2147483647");
+    evaluator.SetSfpsLowerBoundCandidates("0-2147483000");
+    EXPECT_EQ(Tick({2147483647}), "2147483647/2147483623");
 }
 
-TEST_F(GfpsEvaluatorTest, ResetsAndRefusals) {
-    EXPECT_EQ(Tick(57), "-1/-1");  // nothing configured yet
+TEST_F(GfpsEvaluatorTest, ResetsRefusalsAndMax) {
+    EXPECT_EQ(Tick({57}), "-1/-1");  // nothing configured yet
     EXPECT_TRUE(evaluator.IsMaxGFPS(42));
     evaluator.SetGfpsCandidates("30-60");
     evaluator.SetSfpsLowerBoundCandidates("0-50");
     EXPECT_EQ(RefusalOf([&] { evaluator.SetGfpsCandidates("25-abc"); }).substr(0, 24),
               "ParseGfpsListFromString:");
-    EXPECT_EQ(Tick(60), "60/50");
-
+    EXPECT_EQ(Tick({60}), "60/50");
     evaluator.SetSfpsLowerBoundCandidates("NAN");
-    EXPECT_EQ(Tick(60), "60/-1");
+    EXPECT_EQ(Tick({60}), "60/-1");
+
     evaluator.SetSfpsLowerBoundCandidates("0-50");
     evaluator.SetGfpsCandidates("reset");
     EXPECT_EQ(evaluator.GetDebugInfo(),
@@ -118,41 +118,29 @@ TEST_F(GfpsEvaluatorTest, ResetsAndRefusals) {
     EXPECT_EQ(evaluator.GetNearestGFPS(), 60);
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Reset LIST_OF_"), 2u);
     evaluator.SetGfpsCandidates("30-60");  // the SFPS list went with the reset
-    EXPECT_EQ(Tick(60), "60/-1");
-}
+    EXPECT_EQ(Tick({60}), "60/-1");
 
-TEST_F(GfpsEvaluatorTest, MaxStandsForTheRefreshRateOfTheLastTick) {
-    evaluator.SetGfpsCandidates("30-60");
+    // "max" is the refresh rate of the last tick.
     evaluator.SetGfpsCandidates("max");
-    EXPECT_TRUE(evaluator.IsMaxGFPS(120));
-    EXPECT_FALSE(evaluator.IsMaxGFPS(60));
-    EXPECT_EQ(Tick(60, 90), "120/-1");
+    EXPECT_TRUE(evaluator.IsMaxGFPS(120) && !evaluator.IsMaxGFPS(60));
+    EXPECT_EQ(Tick({60}, 90), "120/-1");
     evaluator.SetGfpsCandidates("30-max");
-    EXPECT_EQ(Tick(80, 90), "90/-1");
-}
-
-TEST_F(GfpsEvaluatorTest, EveryKeyReachesItsSetter) {
-    for (const char* key : {"gfps", "efps"}) center.Send("stabilizer", key, "30-60");
-    for (const char* key : {"sfps_lower_bound", "sfps", "ofps_max"}) {
-        center.Send("stabilizer", key, "0-50");
-    }
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Set LIST_OF_GFPS_CANDIDATES"), 2u);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Set LIST_OF_SFPS_CANDIDATES"), 3u);
-    center.Send("stabilizer", "sfps", "0-70");
-    EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR, "SFPS[i] must <= GFPS[i]"), 1u);
-    EXPECT_EQ(Tick(60), "60/50");
+    EXPECT_EQ(Tick({80}, 90), "90/-1");
 }
 
 // Run under the thread sanitizer: settings arrive on another thread than the ticks.
-TEST(GfpsEvaluatorConcurrency, TicksWhileListsAreReplaced) {
+TEST(GfpsConcurrency, TicksWhileSettingsArrive) {
     TalvexTest::LogCapture logs;
     TalvexTest::FreshSettingsCenter center;
+    TalvexTest::ManualClock clock;
     android::FpsStabilizer::GfpsEvaluator evaluator(120);
+    android::FpsStabilizer::GfpsExplorer explorer;
     std::atomic<bool> done{false};
     std::thread settings([&] {
+        const char* const sent[][2] = {
+            {"gfps", "30-60"}, {"sfps", "0-50"}, {"ex_du", "1"}, {"ex_buf", "2"}};
         for (int i = 0; i < 500; ++i) {
-            center.Send("stabilizer", "gfps", i % 2 ? "30-60" : "reset");
-            center.Send("stabilizer", "sfps", i % 2 ? "0-50" : "reset");
+            for (const auto& setting : sent) center.Send(setting[0], i % 2 ? setting[1] : "reset");
         }
         done = true;
     });
@@ -160,8 +148,15 @@ TEST(GfpsEvaluatorConcurrency, TicksWhileListsAreReplaced) {
         evaluator.Update(60, 120);
         EXPECT_TRUE(evaluator.IsMaxGFPS(60));
         EXPECT_THAT(evaluator.GetNearestGFPS(), ::testing::AnyOf(60, -1));
+        clock.AdvanceMs(1.0);
+        explorer.Update(60, 0.0166667f);
     }
     settings.join();
+    explorer.Reset();  // the last values sent: a wait of 1 ms and 3 lengths
+    clock.AdvanceMs(1.0);
+    explorer.Update(60, NAN);
+    for (int i = 0; i < 3; ++i) explorer.Update(30, 0.0166667f);
+    EXPECT_EQ(explorer.GetStatus(), android::FpsStabilizer::GfpsExplorer::Finishing);
 }
 
 }  // namespace

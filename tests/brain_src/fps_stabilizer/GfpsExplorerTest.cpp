@@ -1,10 +1,9 @@
 #include <gtest/gtest.h>
 
-#include <atomic>
+#include <climits>
 #include <cmath>
-#include <initializer_list>
 #include <string>
-#include <thread>
+#include <vector>
 
 #include "GfpsTestSupport.h"
 #include "LogCapture.h"
@@ -15,40 +14,35 @@
 namespace {
 
 using android::FpsStabilizer::GfpsExplorer;
-using TalvexTest::RefusalOf;
 
-constexpr float kNoLength = NAN;
-constexpr float k60Hz = 0.0166667f;
+constexpr float kNaN = NAN, k60Hz = 0.0166667f;
 
 class GfpsExplorerTest : public ::testing::Test {
   protected:
+    void SetUp() override { Basics::Log::SetLogLevel(3); }
     void TearDown() override {
         Basics::Log::SetLogLevel(2);
         Basics::Log::SetDebug(false);
     }
 
-    GfpsExplorer::Status Tick(int gfps, float length_s = kNoLength, double advance_ms = 0.0) {
+    GfpsExplorer::Status Tick(int gfps, float length_s = kNaN, double advance_ms = 0.0) {
         clock.AdvanceMs(advance_ms);
         explorer.Update(gfps, length_s);
         return explorer.GetStatus();
     }
-
-    // Restarts, waits the default 2000 ms and collects the given lengths at GFPS 30.
-    void ExploreWith(std::initializer_list<float> lengths_s) {
+    // Restarts, waits 2000 ms at GFPS 60 and collects the lengths at GFPS 30.
+    void Explore(const std::vector<float>& lengths_s) {
         explorer.Reset();
-        ASSERT_EQ(Tick(60, kNoLength, 2000.0), GfpsExplorer::Exploring);
+        ASSERT_EQ(Tick(60, kNaN, 2000.0), GfpsExplorer::Exploring);
         for (float length_s : lengths_s) Tick(30, length_s);
     }
-
-    // Lengths collected until Finishing begins, after a fresh wait.
-    int LengthsToFinish() {
-        ExploreWith({});
-        int count = 0;
-        while (explorer.GetStatus() == GfpsExplorer::Exploring && count < 100) {
-            Tick(30, k60Hz);
-            ++count;
-        }
-        return count;
+    // From a restart: milliseconds waited, then lengths collected until Finishing.
+    std::string Cycle() {
+        explorer.Reset();
+        int waited_ms = 0, lengths = 1;
+        for (; Tick(60) == GfpsExplorer::Waiting; ++waited_ms) clock.AdvanceMs(1.0);
+        while (Tick(30, k60Hz) == GfpsExplorer::Exploring && lengths < 100) ++lengths;
+        return std::to_string(waited_ms) + "/" + std::to_string(lengths);
     }
 
     TalvexTest::FreshSettingsCenter center;
@@ -58,158 +52,108 @@ class GfpsExplorerTest : public ::testing::Test {
 };
 
 TEST_F(GfpsExplorerTest, WaitExploreFinishAndStartOver) {
-    EXPECT_EQ(explorer.GetStatus(), GfpsExplorer::Waiting);
-    EXPECT_EQ(Tick(60, kNoLength, 1999.0), GfpsExplorer::Waiting);
-    EXPECT_EQ(Tick(60, kNoLength, 1.0), GfpsExplorer::Exploring);
+    EXPECT_EQ(Tick(60, kNaN, 1999.0), GfpsExplorer::Waiting);
+    EXPECT_EQ(Tick(60, kNaN, 1.0), GfpsExplorer::Exploring);
     EXPECT_EQ(explorer.GetGfpsBeforeExplore(), 60);
-
-    EXPECT_EQ(Tick(30, 0.5f, 100.0), GfpsExplorer::Exploring);
-    for (int i = 0; i < 5; ++i) EXPECT_EQ(Tick(30, k60Hz, 100.0), GfpsExplorer::Exploring);
-    EXPECT_EQ(Tick(30, kNoLength, 100.0), GfpsExplorer::Exploring);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_WARN,
-                         "[GfpsExplorer][Update] Error occur while Status=Exploring:\n\t The input "
-                         "FRAME_LENGTH_S_ is NAN!\nPlease check the code logic.\n"),
-              1u);
+    for (int i = 0; i < 6; ++i) Tick(30, k60Hz, 100.0);
+    EXPECT_EQ(Tick(30, kNaN, 100.0), GfpsExplorer::Exploring);   // not counted
     EXPECT_EQ(Tick(30, k60Hz, 100.0), GfpsExplorer::Finishing);  // the seventh length
-    EXPECT_EQ(explorer.EstimateFPS(), 60);
-
     // The finishing second counts from the seventh length; a NaN length cannot end it.
     EXPECT_EQ(Tick(30, k60Hz, 999.0), GfpsExplorer::Finishing);
-    EXPECT_EQ(Tick(30, kNoLength, 1.0), GfpsExplorer::Finishing);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_WARN, "Error occur while Status=Finishing:\n"), 1u);
+    EXPECT_EQ(Tick(30, kNaN, 1.0), GfpsExplorer::Finishing);
     EXPECT_EQ(Tick(30, k60Hz), GfpsExplorer::Finished);
-    EXPECT_EQ(explorer.GetGfpsBeforeExplore(), 60);
-
     EXPECT_EQ(Tick(30, k60Hz, 5000.0), GfpsExplorer::Waiting);
     EXPECT_EQ(explorer.GetGfpsBeforeExplore(), -1);
-    EXPECT_EQ(explorer.EstimateFPS(), -1);
-    EXPECT_EQ(Tick(30, kNoLength, 1999.0), GfpsExplorer::Waiting);
-    EXPECT_EQ(Tick(30, kNoLength, 1.0), GfpsExplorer::Exploring);
-}
+    EXPECT_EQ(Tick(30, kNaN, 1999.0), GfpsExplorer::Waiting);
+    EXPECT_EQ(Tick(30, kNaN, 1.0), GfpsExplorer::Exploring);
+    for (const char* status : {"Exploring", "Finishing"}) {
+        EXPECT_EQ(logs.Count(ANDROID_LOG_WARN,
+                             std::string("[GfpsExplorer][Update] Error occur while Status=") +
+                                 status + ":\n\t The input FRAME_LENGTH_S_ is NAN!\n" +
+                                 "Please check the code logic.\n"),
+                  1u);
+    }
 
-TEST_F(GfpsExplorerTest, BackToTheEarlierRateWhileFinishingStartsOver) {
-    Basics::Log::SetLogLevel(3);
-    ExploreWith({k60Hz, k60Hz, k60Hz, k60Hz, k60Hz, k60Hz, k60Hz});
-    ASSERT_EQ(explorer.GetStatus(), GfpsExplorer::Finishing);
-    EXPECT_EQ(Tick(60, kNoLength), GfpsExplorer::Waiting);
+    // Back at the rate seen before exploring, also on the tick that ends Finishing: start over.
+    Explore(std::vector<float>(7, k60Hz));
+    EXPECT_EQ(Tick(60), GfpsExplorer::Waiting);
     EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG,
                          "[GfpsExplorer][Update] reset the gfpsExplorer due to currentGFPS(=60) == "
                          "gfpsBeforeExplore"),
               1u);
-
-    // Also on the tick that ends the finishing second.
-    ExploreWith({k60Hz, k60Hz, k60Hz, k60Hz, k60Hz, k60Hz, k60Hz});
+    Explore(std::vector<float>(7, k60Hz));
     EXPECT_EQ(Tick(60, k60Hz, 1000.0), GfpsExplorer::Waiting);
-    EXPECT_EQ(Tick(60, kNoLength, 1999.0), GfpsExplorer::Waiting);
+    EXPECT_EQ(Tick(60, kNaN, 1999.0), GfpsExplorer::Waiting);
 }
 
 TEST_F(GfpsExplorerTest, EstimateLeavesOutTheFirstLength) {
-    Basics::Log::SetLogLevel(3);
     Basics::Log::SetDebug(true);
-    ExploreWith({0.5f, 0.02f, 0.02f});
+    Explore({0.5f, 0.02f, 0.02f});
     EXPECT_EQ(explorer.EstimateFPS(), 50);
     EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG,
                          "[GfpsExplorer][EstimateFPS] In EstimateFPS:\n\t arrayOfFrameLengths_s = "
                          "\n\t[\n\t  0.5, 0.02, 0.02\n\t]\n\t result = 50\n"),
               1u);
-    ExploreWith({0.04f});
+    Explore({0.04f});
     EXPECT_EQ(explorer.EstimateFPS(), 25);
+    Explore({0.0f});  // an infinite rate saturates
+    EXPECT_EQ(explorer.EstimateFPS(), INT_MAX);
 
     // Eleven lengths and more are not dumped; without the debug switch nothing is written.
     explorer.SetBufferSize("20");
-    ExploreWith({0.1f, 0.04f, 0.04f, 0.04f, 0.04f, 0.04f, 0.04f, 0.04f, 0.04f, 0.04f, 0.04f});
+    std::vector<float> lengths_s(11, 0.04f);
+    lengths_s[0] = 0.1f;
+    Explore(lengths_s);
     logs.Clear();
     EXPECT_EQ(explorer.EstimateFPS(), 25);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "In EstimateFPS:\n\t result = 25\n"), 1u);
     Basics::Log::SetDebug(false);
     explorer.EstimateFPS();
-    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG), 1u);
+    EXPECT_EQ(logs.Messages().size(), 1u);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "In EstimateFPS:\n\t result = 25\n"), 1u);
 }
 
-TEST_F(GfpsExplorerTest, BufferSizeStoresOneMoreThanGiven) {
-    auto refused = [](const std::string& value, const std::string& hint) {
-        return "SetBufferSize:\nError occur while GfpsExplorer::SetBufferSize():\n"
-               "Invalid target value: '" +
-               value + "'\n\t The target value should be " + hint + "\n";
+TEST_F(GfpsExplorerTest, SettersRefuseBadValuesAndBufferSizeStoresOneMore) {
+    using Setter = void (GfpsExplorer::*)(const std::string&);
+    const Setter buffer = &GfpsExplorer::SetBufferSize;
+    const Setter duration = &GfpsExplorer::SetExploreDuration_ms;
+    auto refused = [](const std::string& setter, const std::string& value, const char* hint) {
+        return setter + ":\nError occur while GfpsExplorer::" + setter +
+               "():\nInvalid target value: '" + value + "'\n\t The target value should be " + hint +
+               "'\n";
     };
-    const std::string accepted = "<no exception>";
+    const std::string accepted = "<no exception>", size = "SetBufferSize";
+    const std::string wait = "SetExploreDuration_ms";
     struct Row {
+        Setter setter;
         const char* value;
-        std::string outcome;
-        int lengthsToFinish;
+        std::string outcome, cycle;
     };
-    for (const Row& row : {Row{"6", accepted, 7}, Row{"2", accepted, 3},
-                           Row{"1", refused("1", "larger than '1'"), 3},
-                           Row{"0", refused("0", "larger than '1'"), 3},
-                           Row{"-1", refused("-1", "smaller than '4294967295'"), 3},
-                           Row{"many", "<std::invalid_argument>", 3}, Row{"reset", accepted, 7},
-                           Row{"9", accepted, 10}}) {
-        EXPECT_EQ(RefusalOf([&] { explorer.SetBufferSize(row.value); }), row.outcome) << row.value;
-        EXPECT_EQ(LengthsToFinish(), row.lengthsToFinish) << row.value;
+    for (const Row& row :
+         {Row{buffer, "6", accepted, "2000/7"}, Row{buffer, "2", accepted, "2000/3"},
+          Row{buffer, "1", refused(size, "1", "larger than '1"), "2000/3"},
+          Row{buffer, "0", refused(size, "0", "larger than '1"), "2000/3"},
+          Row{buffer, "-1", refused(size, "-1", "smaller than '4294967295"), "2000/3"},
+          Row{buffer, "reset", accepted, "2000/7"},
+          Row{duration, "0", refused(wait, "0", "larger than '0"), "2000/7"},
+          Row{duration, "soon", "<std::invalid_argument>", "2000/7"},
+          Row{duration, "500", accepted, "500/7"}, Row{duration, "nan", accepted, "2000/7"}}) {
+        EXPECT_EQ(TalvexTest::RefusalOf([&] { (explorer.*row.setter)(row.value); }), row.outcome)
+            << row.value;
+        EXPECT_EQ(Cycle(), row.cycle) << row.value;
     }
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsExplorer]\t Set BUFFER_SIZE to 7"), 1u);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsExplorer]\t Reset BUFFER_SIZE to 7"), 1u);
-}
-
-TEST_F(GfpsExplorerTest, ExploreDurationMustBePositive) {
-    const std::string refusal =
-        "SetExploreDuration_ms:\nError occur while GfpsExplorer::SetExploreDuration_ms():\n"
-        "Invalid target value: '0'\n\t The target value should be larger than '0'\n";
-    EXPECT_EQ(RefusalOf([&] { explorer.SetExploreDuration_ms("0"); }), refusal);
-    EXPECT_EQ(RefusalOf([&] { explorer.SetExploreDuration_ms("-3"); }).substr(0, 22),
-              "SetExploreDuration_ms:");
-    EXPECT_EQ(RefusalOf([&] { explorer.SetExploreDuration_ms("soon"); }),
-              "<std::invalid_argument>");
-
-    explorer.SetExploreDuration_ms("500");
-    EXPECT_EQ(
-        logs.Count(ANDROID_LOG_INFO, "[GfpsExplorer]\t Set EXPLORE_DURATION_MS to 500.000000"), 1u);
-    EXPECT_EQ(Tick(60, kNoLength, 499.0), GfpsExplorer::Waiting);
-    EXPECT_EQ(Tick(60, kNoLength, 1.0), GfpsExplorer::Exploring);
-
-    explorer.SetExploreDuration_ms("nan");
-    EXPECT_EQ(
-        logs.Count(ANDROID_LOG_INFO, "[GfpsExplorer]\t Reset EXPLORE_DURATION_MS to 2000.000000"),
-        1u);
-    explorer.Reset();
-    EXPECT_EQ(Tick(60, kNoLength, 1999.0), GfpsExplorer::Waiting);
-}
-
-TEST_F(GfpsExplorerTest, EveryKeyReachesItsSetter) {
-    for (const char* key : {"explore_duration_ms", "ExploreDuration_ms", "ex_du"}) {
-        center.Send("stabilizer", key, "750");
+    for (const char* text :
+         {"Set BUFFER_SIZE to 7", "Reset BUFFER_SIZE to 7", "Set EXPLORE_DURATION_MS to 500.000000",
+          "Reset EXPLORE_DURATION_MS to 2000.000000"}) {
+        EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, std::string("[GfpsExplorer]\t ") + text), 1u);
     }
-    for (const char* key : {"explore_buffer_size", "ExploreBufferSize", "ex_buf"}) {
-        center.Send("stabilizer", key, "4");
-    }
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "Set EXPLORE_DURATION_MS to 750.000000"), 3u);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "Set BUFFER_SIZE to 5"), 3u);
-}
 
-// Run under the thread sanitizer: the tunables change while ticks run.
-TEST(GfpsExplorerConcurrency, TicksWhileTunablesChange) {
-    TalvexTest::LogCapture logs;
-    TalvexTest::FreshSettingsCenter center;
-    TalvexTest::ManualClock clock;
-    GfpsExplorer explorer;
-    std::atomic<bool> done{false};
-    std::thread settings([&] {
-        for (int i = 0; i < 500; ++i) {
-            center.Send("stabilizer", "ex_du", i % 2 ? "1" : "reset");
-            center.Send("stabilizer", "ex_buf", i % 2 ? "2" : "reset");
-        }
-        done = true;
-    });
-    while (!done) {
-        clock.AdvanceMs(1.0);
-        explorer.Update(60, k60Hz);
+    for (const char* key : {"explore_duration_ms", "ExploreDuration_ms", "ex_du",
+                            "explore_buffer_size", "ExploreBufferSize", "ex_buf"}) {
+        center.Send(key, "3");
+        const bool isBuffer = std::string(key).find("uf") != std::string::npos;
+        EXPECT_EQ(Cycle(), isBuffer ? "2000/4" : "3/7") << key;
+        center.Send(key, "reset");
     }
-    settings.join();
-    explorer.Reset();  // the last values sent: a wait of 1 ms and 3 lengths
-    clock.AdvanceMs(1.0);
-    explorer.Update(60, kNoLength);
-    for (int i = 0; i < 3; ++i) explorer.Update(30, k60Hz);
-    EXPECT_EQ(explorer.GetStatus(), GfpsExplorer::Finishing);
 }
 
 }  // namespace

@@ -9,18 +9,15 @@
 
 namespace TalvexTest {
 
-// "Function:Detail" of the InvalidArgumentException the action raises, or a marker naming what
-// happened instead.
+// "Function:Detail" of the InvalidArgumentException the action raises, or what happened instead.
 inline std::string RefusalOf(const std::function<void()>& action) {
     try {
         action();
     } catch (const Basics::InvalidArgumentException& e) {
-        const std::string text = e.what();
-        const std::string functionLabel = "\t Function: ";
-        const std::string detailLabel = "\n\t Detail: ";
-        const auto function = text.find(functionLabel) + functionLabel.size();
-        return text.substr(function, text.find("\n\t Line: ") - function) + ":" +
-               text.substr(text.find(detailLabel) + detailLabel.size());
+        const std::string text = e.what(), function = "\t Function: ", detail = "\n\t Detail: ";
+        const auto begin = text.find(function) + function.size();
+        return text.substr(begin, text.find("\n\t Line: ") - begin) + ":" +
+               text.substr(text.find(detail) + detail.size());
     } catch (const std::invalid_argument&) {
         return "<std::invalid_argument>";
     }
@@ -32,14 +29,9 @@ inline std::string RefusalOf(const std::function<void()>& action) {
 struct FreshSettingsCenter {
     FreshSettingsCenter() { UserSettings::UserSettingsCenter::GetInstance().ResetForTesting(); }
     ~FreshSettingsCenter() { UserSettings::UserSettingsCenter::GetInstance().ResetForTesting(); }
-    FreshSettingsCenter(const FreshSettingsCenter&) = delete;
-    FreshSettingsCenter& operator=(const FreshSettingsCenter&) = delete;
-
-    // Applies a record as the host sends it.
-    static void Send(const std::string& category, const std::string& key,
-                     const std::string& value) {
+    static void Send(const std::string& key, const std::string& value) {
         UserSettings::UserSettingsCenter::GetInstance().OnUserSettingParameter(
-            {category, key, value});
+            {"stabilizer", key, value});
     }
 };
 
