@@ -10,6 +10,12 @@
 #include "talvex/basics/Log.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
+// The balanced SFPS is defined by separately rounded float steps; a fused multiply-add would
+// round once and move the result at the halves (51.5 becoming 51.4999...).
+#if defined(__clang__)
+#pragma STDC FP_CONTRACT OFF
+#endif
+
 namespace android {
 namespace FpsStabilizer {
 namespace {
@@ -64,7 +70,7 @@ int wholeSecondsSince(Basics::TimePoint since) {
     return static_cast<int>((Basics::Now() - since).count() / 1000000000);
 }
 
-// Float to int without undefined behaviour: saturates at the int range, NaN gives 0.
+// Float to int, truncating, without undefined behaviour: saturates at the int range, NaN gives 0.
 int toIntSaturated(float value) {
     if (std::isnan(value)) return 0;
     if (value >= 2147483648.0f) return std::numeric_limits<int>::max();
@@ -202,12 +208,12 @@ void SfpsDeciderAccordingToTemperature::SetTemperatureUpperBound(const std::stri
 void SfpsDeciderAccordingToTemperature::start(int GFPS, float sfpsLowerBound) {
     GFPS_ = GFPS;
     currentSFPS = GFPS;
-    SFPS_LOWER_BOUND_ = toIntSaturated(std::trunc(sfpsLowerBound));
+    SFPS_LOWER_BOUND_ = toIntSaturated(sfpsLowerBound);
 }
 
 void SfpsDeciderAccordingToTemperature::resume(int GFPS, float sfpsLowerBound, float temperature) {
     GFPS_ = GFPS;
-    SFPS_LOWER_BOUND_ = toIntSaturated(std::trunc(sfpsLowerBound));
+    SFPS_LOWER_BOUND_ = toIntSaturated(sfpsLowerBound);
     currentSFPS = searchForBalancedSFPS(temperature);
     targetSFPS = currentSFPS;
 }
@@ -219,9 +225,8 @@ int SfpsDeciderAccordingToTemperature::searchForBalancedSFPS(float temperature) 
     const float temperatureSpan = TEMPERATURE_UPPER_BOUND.load() - TEMPERATURE_LOWER_BOUND.load();
     const float m = static_cast<float>(-fpsSpan / static_cast<double>(temperatureSpan));
     const float b = static_cast<float>(SFPS_LOWER_BOUND_) - TEMPERATURE_UPPER_BOUND.load() * m;
-    // A missing reading is cool here too, so a walk that meets one heads back to the GFPS.
-    const int raw =
-        std::isnan(temperature) ? GFPS_ : toIntSaturated(std::round(b + m * temperature));
+    // A missing (NaN) reading yields 0 here, so a walk that meets one heads for the lower bound.
+    const int raw = toIntSaturated(std::round(b + m * temperature));
     const int balanced = truncateSFPS(raw);
     TALVEX_LOGD(
         "[SfpsDeciderAccordingToTemperature][searchForBalancedSFPS] m=%f, b=%f, targetSFPS=%d, "
@@ -394,7 +399,7 @@ void SfpsDeciderAccordingToElectricCurrent::SetTimeToStayInGfpsAtLeast(const std
 void SfpsDeciderAccordingToElectricCurrent::start(int GFPS, float sfpsLowerBound) {
     GFPS_ = GFPS;
     currentSFPS = GFPS;
-    SFPS_LOWER_BOUND_ = toIntSaturated(std::trunc(sfpsLowerBound));
+    SFPS_LOWER_BOUND_ = toIntSaturated(sfpsLowerBound);
 }
 
 void SfpsDeciderAccordingToElectricCurrent::truncateSFPS() {

@@ -36,7 +36,7 @@ class SfpsDeciderAccordingToTemperature {
     int GetSFPS() const { return currentSFPS; }
     DeciderStatus GetStatus() const { return status; }
 
-    // Keeps the time the heat began, so that a later hot tick resumes without waiting again.
+    // After Pause() the next hot tick resumes straight at the balanced SFPS, without the wait.
     void Pause();
     void Stop();
 

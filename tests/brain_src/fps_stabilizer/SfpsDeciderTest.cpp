@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <memory>
 #include <string>
 
 #include "LogCapture.h"
@@ -41,16 +40,13 @@ class SfpsDecider : public ::testing::Test {
         center().ResetForTesting();
         Basics::Log::SetLogLevel(2);
     }
-    template <typename Decider>
-    void tickAfter(Decider& decider, double seconds, int GFPS, int lowerBound, float reading) {
-        clock.AdvanceSeconds(seconds);
-        decider.Update(GFPS, lowerBound, reading);
-    }
     void heat(double seconds, float celsius, int GFPS = 60, int lowerBound = 45) {
-        tickAfter(temperature, seconds, GFPS, lowerBound, celsius);
+        clock.AdvanceSeconds(seconds);
+        temperature.Update(GFPS, lowerBound, celsius);
     }
     void draw(double seconds, float mA, int GFPS = 60, int lowerBound = 45) {
-        tickAfter(current, seconds, GFPS, lowerBound, mA);
+        clock.AdvanceSeconds(seconds);
+        current.Update(GFPS, lowerBound, mA);
     }
     // Threshold 2000 mA without a wait: the second tick activates at the GFPS.
     void activateCurrentQuickly(float mA = 2500.0f) {
@@ -86,20 +82,31 @@ TEST_F(SfpsDecider, TemperatureWaitsThenWalksDownOneStepPerTenSecondsToTheBalanc
     }
 }
 
-TEST_F(SfpsDecider, TemperatureResumeJumpsStraightToTheBalancedSFPS) {
+TEST_F(SfpsDecider, TemperaturePausedResumesStraightAtTheBalancedSFPSOnlyWhenHot) {
     struct Row {
         int GFPS, lowerBound;
         float celsius;
         int expected;
     };
-    for (const Row& row : {Row{60, 45, 42.0f, 54}, Row{60, 45, 42.5f, 53}, Row{60, 45, 50.0f, 45},
-                           Row{60, 45, 40.0f, 60}, Row{30, 20, 42.0f, 26}}) {
+    // 41.7 °C on the line 260 - 5 t: the product rounds to 208.5 in float, so 51.5 gives 52.
+    for (const Row& row :
+         {Row{60, 45, 42.0f, 54}, Row{60, 45, 42.5f, 53}, Row{60, 45, 50.0f, 45},
+          Row{60, 45, 40.0f, 60}, Row{30, 20, 42.0f, 26}, Row{60, 35, 41.7f, 52}}) {
         SCOPED_TRACE(row.celsius);
         temperature.Pause();
+        heat(1, 30.0f);
+        EXPECT_EQ(temperature.GetStatus(), Temperature::Paused);
         heat(1, row.celsius, row.GFPS, row.lowerBound);
         EXPECT_TRUE(temperature.IsActivated());
         EXPECT_EQ(temperature.GetSFPS(), row.expected);
     }
+    Basics::Log::SetLogLevel(3);
+    logs.Clear();
+    heat(1, 42.0f, 60, 0);  // a lower bound below 1 pauses, silently
+    EXPECT_EQ(temperature.GetStatus(), Temperature::Paused);
+    EXPECT_EQ(temperature.GetSFPS(), -1);
+    ASSERT_EQ(logs.Messages().size(), 1u);
+    EXPECT_EQ(logs.Messages()[0].text, "[SfpsDeciderByTemperature][Update] status = 3");
 }
 
 TEST_F(SfpsDecider, TemperatureCoolingWalksBackUpOneStepPerSecondAndResets) {
@@ -122,73 +129,62 @@ TEST_F(SfpsDecider, TemperatureCoolingWalksBackUpOneStepPerSecondAndResets) {
     heat(1, 42.0f);
     EXPECT_EQ(temperature.GetSFPS(), 55);
     for (int expected = 56; expected <= 60; ++expected) {
-        heat(1, expected == 58 ? kNaN : 39.0f);  // a missing reading is cool too
+        heat(1, 39.0f);
         EXPECT_FALSE(temperature.IsActivated());
         EXPECT_EQ(temperature.GetSFPS(), expected < 60 ? expected : -1);
     }
     EXPECT_EQ(temperature.GetStatus(), Temperature::Disactivate);
 }
 
-TEST_F(SfpsDecider, TemperaturePausedStaysPausedWhileCoolAndResumesWithoutWaiting) {
+TEST_F(SfpsDecider, TemperatureNaNIsCoolButItsBalancedSFPSIsTheLowerBound) {
     heat(0, 42.0f);
     heat(1, kNaN);  // cool while waiting: back to idle at the first due step
     EXPECT_EQ(temperature.GetStatus(), Temperature::Disactivate);
     temperature.Pause();
-    heat(1, 30.0f);
-    EXPECT_EQ(temperature.GetStatus(), Temperature::Paused);
-    heat(1, 42.0f, 30, 20);
-    EXPECT_TRUE(temperature.IsActivated());
-    EXPECT_EQ(temperature.GetSFPS(), 26);
-
+    heat(1, 42.0f);
     Basics::Log::SetLogLevel(3);
-    logs.Clear();
-    heat(1, 42.0f, 30, 0);
-    EXPECT_EQ(temperature.GetStatus(), Temperature::Paused);
-    EXPECT_EQ(temperature.GetSFPS(), -1);
-    ASSERT_EQ(logs.Messages().size(), 1u);
-    EXPECT_EQ(logs.Messages()[0].text, "[SfpsDeciderByTemperature][Update] status = 3");
+    heat(1, kNaN);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "targetSFPS=0, after_cutoff=45"), 1u);
+    EXPECT_EQ(temperature.GetStatus(), Temperature::PrepareToPause);
+    EXPECT_EQ(temperature.GetSFPS(), 53);
+    temperature.Pause();
+    heat(1, 50.0f);
+    heat(1, kNaN);  // already at the lower bound: the walk is over at once
+    EXPECT_EQ(temperature.GetStatus(), Temperature::Disactivate);
 }
 
-TEST_F(SfpsDecider, TemperatureDegenerateLinesStayWithinTheAllowedRange) {
-    for (const char* upperBound : {"40", "35"}) {
-        apply("sfps_temperature", "max_temperature", upperBound);
-        for (int lowerBound : {45, 60}) {
-            for (float celsius : {40.0f, 41.0f, 1e30f}) {
-                SCOPED_TRACE(std::string(upperBound) + " " + std::to_string(celsius));
-                temperature.Pause();
-                heat(1, celsius, 60, lowerBound);
-                EXPECT_GE(temperature.GetSFPS(), lowerBound);
-                EXPECT_LE(temperature.GetSFPS(), 60);
-            }
+TEST_F(SfpsDecider, TemperatureEqualBoundsStayWithinTheAllowedRange) {
+    apply("sfps_temperature", "max_temperature", "40");
+    for (int lowerBound : {45, 60}) {
+        for (float celsius : {40.0f, 41.0f, 1e30f}) {
+            temperature.Pause();
+            heat(1, celsius, 60, lowerBound);
+            EXPECT_GE(temperature.GetSFPS(), lowerBound) << celsius;
+            EXPECT_LE(temperature.GetSFPS(), 60) << celsius;
         }
     }
 }
 
 TEST_F(SfpsDecider, EveryAliasReachesItsTunable) {
     struct Tunable {
-        const char *category, *keys, *name, *resetTo;
+        const char *category, *name, *resetTo, *keys;
     };
     for (const Tunable& tunable :
-         {Tunable{"sfps_temperature",
+         {Tunable{"sfps_temperature", "TEMPERATURE_LOWER_BOUND", "40.000000",
                   "temperature_to_start_consider_stabilize_fps start_temperature "
-                  "temperature_lower_bound",
-                  "TEMPERATURE_LOWER_BOUND", "40.000000"},
-          Tunable{"sfps_temperature",
-                  "not_allowed_temperature max_temperature "
-                  "temperature_upper_bound",
-                  "TEMPERATURE_UPPER_BOUND", "45.000000"},
-          Tunable{"sfps_current",
-                  "electric_current_threshold_to_compress_fps "
-                  "current_threshold ecttcf",
-                  "ElectricCurrentThreshold", "NAN"},
-          Tunable{"sfps_temperature", "time_to_stay_in_gfps_at_least ttsigal",
-                  "TIME_TO_STAY_IN_GFPS_AT_LEAST_S", "300.000000"},
-          Tunable{"sfps_current", "time_to_stay_in_gfps_at_least ttsigal",
-                  "TIME_TO_STAY_IN_GFPS_AT_LEAST_S", "300.000000"}}) {
+                  "temperature_lower_bound"},
+          Tunable{"sfps_temperature", "TEMPERATURE_UPPER_BOUND", "45.000000",
+                  "not_allowed_temperature max_temperature temperature_upper_bound"},
+          Tunable{"sfps_temperature", "TIME_TO_STAY_IN_GFPS_AT_LEAST_S", "300.000000",
+                  "time_to_stay_in_gfps_at_least ttsigal"},
+          Tunable{"sfps_current", "ElectricCurrentThreshold", "NAN",
+                  "electric_current_threshold_to_compress_fps current_threshold ecttcf"},
+          Tunable{"sfps_current", "TIME_TO_STAY_IN_GFPS_AT_LEAST_S", "300.000000",
+                  "time_to_stay_in_gfps_at_least ttsigal"}}) {
         for (const std::string& key : Basics::SplitString(tunable.keys, ' ')) {
             logs.Clear();
             apply(tunable.category, key, "7");
-            apply(tunable.category, key, "reset");
+            apply(tunable.category, key, "nan");
             const std::string name = tunable.name;
             ASSERT_EQ(logs.Messages().size(), 2u) << key;
             EXPECT_EQ(logs.Messages()[0].text, "[SfpsDecider]\t Set " + name + " to 7.000000");
@@ -196,26 +192,33 @@ TEST_F(SfpsDecider, EveryAliasReachesItsTunable) {
                       "[SfpsDecider]\t Reset " + name + " to " + tunable.resetTo);
         }
     }
+    // The unset threshold keeps the current decider idle; setting one wakes it, "nan" ends it.
+    apply("sfps_current", "ttsigal", "0");
+    for (int second = 0; second < 10; ++second) draw(1, 5000.0f);
+    EXPECT_EQ(current.GetStatus(), Current::Disactivate);
+    apply("sfps_current", "ecttcf", "2000");
+    draw(1, 5000.0f);
+    draw(1, 5000.0f);
+    EXPECT_TRUE(current.IsActivated());
+    apply("sfps_current", "current_threshold", "nan");
+    draw(5, 5000.0f);
+    EXPECT_EQ(current.GetStatus(), Current::Disactivate);
+    // 'abc' keeps the lower bound; the temperature decider kept its own 300 s wait.
     apply("sfps_temperature", "temperature_lower_bound", "30");
     apply("sfps_temperature", "max_temperature", "35");
-    apply("sfps_current", "current_threshold", "2000");
-    apply("sfps_current", "ttsigal", "0");
     apply("sfps_temperature", "start_temperature", "abc");
     EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR, "sourceString_ = 'abc'"), 1u);
-    // Each decider keeps its own wait; the line now runs through (30 °C, 60) and (35 °C, 45).
     heat(0, 32.0f);
     heat(1, 32.0f);
     EXPECT_EQ(temperature.GetStatus(), Temperature::WaitForActivate);
     temperature.Pause();
     heat(1, 32.0f);
-    EXPECT_EQ(temperature.GetSFPS(), 54);
-    draw(0, 2500.0f);
-    draw(1, 2500.0f);
-    EXPECT_TRUE(current.IsActivated());
+    EXPECT_EQ(temperature.GetSFPS(), 54);  // through (30 °C, 60) and (35 °C, 45)
 }
 
-TEST_F(SfpsDecider, CurrentWaitsThenStepsDownEveryFiveSecondsToTheLowerBound) {
+TEST_F(SfpsDecider, CurrentWaitsWholeSecondsThenStepsDownEveryFiveSecondsToTheLowerBound) {
     apply("sfps_current", "current_threshold", "2000");
+    apply("sfps_current", "ttsigal", "299.5");  // 299.9 s are 299 whole seconds: still waiting
     draw(0, 2500.0f);
     draw(299.9, 2500.0f);
     EXPECT_EQ(current.GetStatus(), Current::WaitForActivate);
@@ -230,11 +233,19 @@ TEST_F(SfpsDecider, CurrentWaitsThenStepsDownEveryFiveSecondsToTheLowerBound) {
     }
 }
 
-TEST_F(SfpsDecider, CurrentSmallExcessActivatesWithoutStepping) {
+TEST_F(SfpsDecider, CurrentStepsOnlyWhenTheMeanSinceTheLastStepIsClearlyAbove) {
     activateCurrentQuickly(2080.0f);
-    for (int second = 0; second < 60; ++second) draw(1, 2080.0f);
+    for (int second = 0; second < 10; ++second) draw(1, 2080.0f);
+    draw(1, 1500.0f);  // the mean, not the reading, decides: still above, still no step
     EXPECT_TRUE(current.IsActivated());
     EXPECT_EQ(current.GetSFPS(), 60);
+    draw(1, 4000.0f);  // the samples and the due timer were kept: mean 2176, a step at once
+    EXPECT_EQ(current.GetSFPS(), 59);
+    // The mean is narrowed to float: 2100.00008 is 2100, not above the threshold by 100.
+    draw(1, 2100.0f);
+    draw(1, 2100.0f);
+    draw(3, 2100.0f + 1.0f / 4096);
+    EXPECT_EQ(current.GetSFPS(), 59);
 }
 
 TEST_F(SfpsDecider, CurrentRecoversOneStepPerFiveSecondsUpToTheGFPSThenResets) {
@@ -250,30 +261,18 @@ TEST_F(SfpsDecider, CurrentRecoversOneStepPerFiveSecondsUpToTheGFPSThenResets) {
     }
 }
 
-TEST_F(SfpsDecider, CurrentDecidesOnTheMeanSinceTheLastStep) {
-    apply("sfps_current", "current_threshold", "2000");
-    apply("sfps_current", "ttsigal", "0");
-    draw(0, 3000.0f);
-    draw(1, 1500.0f);  // mean 2250
-    EXPECT_TRUE(current.IsActivated());
-    draw(5, 1600.0f);  // mean 2033: not clearly above, no step
-    EXPECT_EQ(current.GetSFPS(), 60);
-    draw(1, 3000.0f);  // mean 2275
-    EXPECT_EQ(current.GetSFPS(), 59);
-}
-
 TEST_F(SfpsDecider, CurrentImplausibleInputEndsStabilisationAtOnce) {
     struct Row {
         int GFPS, lowerBound;
         float mA;
         size_t stopMessages;
     };
+    Basics::Log::SetLogLevel(3);
     for (const Row& row : {Row{60, 45, 0.0f, 0}, Row{60, 45, kNaN, 0}, Row{60, 45, 100000.0f, 0},
                            Row{60, 0, 2500.0f, 0}, Row{30, 45, 2500.0f, 1}}) {
         SCOPED_TRACE(row.mA);
         current.Reset();
         activateCurrentQuickly();
-        Basics::Log::SetLogLevel(3);
         logs.Clear();
         draw(1, row.mA, row.GFPS, row.lowerBound);
         EXPECT_EQ(current.GetStatus(), Current::Disactivate);
@@ -281,20 +280,7 @@ TEST_F(SfpsDecider, CurrentImplausibleInputEndsStabilisationAtOnce) {
         EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "Stop Stabilizing due to GFPS is lower."),
                   row.stopMessages);
         EXPECT_EQ(logs.Messages().size(), 1 + row.stopMessages);
-        Basics::Log::SetLogLevel(2);
     }
-}
-
-TEST_F(SfpsDecider, CurrentUnsetThresholdKeepsItIdle) {
-    apply("sfps_current", "ttsigal", "0");
-    for (int second = 0; second < 10; ++second) draw(1, 5000.0f);
-    EXPECT_EQ(current.GetStatus(), Current::Disactivate);
-    apply("sfps_current", "ecttcf", "2000");
-    draw(1, 5000.0f);
-    EXPECT_EQ(current.GetStatus(), Current::WaitForActivate);
-    apply("sfps_current", "current_threshold", "nan");
-    draw(5, 5000.0f);
-    EXPECT_EQ(current.GetStatus(), Current::Disactivate);
 }
 
 }  // namespace
