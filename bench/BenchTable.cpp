@@ -209,15 +209,36 @@ class Table {
         out << "\n";
     }
 
+    void Simulator(const Json::Value& root) {
+        const Json::Value& context = root["context"];
+        const Json::Value& run = root["simulator"];
+        const double wall = run["wall_seconds"].asDouble();
+        out << "### Simulator throughput\n\n"
+            << "The default scenario of `talvex-sim` on virtual time, both halves of the library "
+               "in the loop; median wall time of three runs of the whole process, output files "
+               "included.\n"
+            << source(context["command"].asString(), context["machine"].asString(),
+                      context["date"].asString())
+            << "| Scenario | Simulated time, s | Frames | Wall time, s | Simulated frames per "
+               "wall second | Simulated seconds per wall second |\n"
+            << "|---|---:|---:|---:|---:|---:|\n"
+            << "| " << run["scenario"].asString() << " | "
+            << format("%.0f", run["simulated_seconds"].asDouble()) << " | "
+            << run["frames"].asUInt64() << " | " << format("%.2f", wall) << " | "
+            << format("%.0f", run["frames"].asDouble() / wall) << " | "
+            << format("%.0f", run["simulated_seconds"].asDouble() / wall) << " |\n\n";
+    }
+
     void Pacing(const Json::Value& root) {
         const Json::Value& context = root["context"];
         out << "### Real-time pacing accuracy\n\n"
             << "Real render loop with real sleeps, busy-wait work of 15-55% of the period drawn "
                "from one seeded sequence, "
             << context["seconds"].asDouble() << " s per run after "
-            << context["warmup_seconds"].asDouble()
-            << " s of warm-up; the caller sleeps the returned milliseconds with "
-               "`clock_nanosleep`. Error: |frame interval - period|.\n"
+            << context["warmup_seconds"].asDouble() << " s of warm-up, scheduling policy "
+            << context["scheduling"].asString()
+            << "; the caller sleeps the returned milliseconds with `clock_nanosleep`. Error: "
+               "|frame interval - period|.\n"
             << source(context["command"].asString(), context["machine"].asString(),
                       context["date"].asString())
             << "| SFPS | Pacer | Frames | Mean rate | Rate error | Interval std. dev., ms | p99 "
@@ -284,6 +305,8 @@ int main(int argc, char** argv) {
             if (file.Has("BM_FpsManagerTick/state:0/log:2")) table.Tick(file);
         } else if (root.isMember("instructions")) {
             table.Instructions(root);
+        } else if (root.isMember("simulator")) {
+            table.Simulator(root);
         } else if (root.isMember("runs")) {
             table.Pacing(root);
         } else {

@@ -2,6 +2,7 @@
 // the pacing object (the caller sleeps the returned milliseconds), by a naive pacer (sleep for
 // the period minus the work time) and by the floor (sleep to absolute deadlines). Each run's frame
 // intervals are compared with the target period.
+#include <sched.h>
 #include <time.h>
 
 #include <algorithm>
@@ -31,6 +32,8 @@ struct Options {
     std::vector<int> rates = {30, 45, 60};
     std::string out;
     unsigned seed = 20240611;
+    int fifoPriority = 0;            // 0: the default policy
+    std::string intervalsDirectory;  // one CSV of frame intervals per run when set
 };
 
 struct Result {
@@ -179,6 +182,17 @@ Result summarise(int rate, const std::string& pacer, const FrameEnds& ends) {
     return result;
 }
 
+void writeIntervals(const Options& options, int rate, const std::string& pacer,
+                    const FrameEnds& ends) {
+    std::ofstream csv(options.intervalsDirectory + "/intervals-" + std::to_string(rate) + "-" +
+                      pacer + ".csv");
+    csv << "frame,interval_ms\n";
+    for (std::size_t i = 1; i < ends.size(); ++i) {
+        csv << i << "," << std::chrono::duration<double, std::milli>(ends[i] - ends[i - 1]).count()
+            << "\n";
+    }
+}
+
 std::string jsonEscape(const std::string& text) {
     std::string escaped;
     for (char c : text) {
@@ -193,7 +207,7 @@ std::string jsonEscape(const std::string& text) {
 }
 
 std::string toJson(const std::vector<Result>& results, const Options& options,
-                   const std::string& command) {
+                   const std::string& command, const std::string& scheduling) {
     std::ostringstream json;
     json.precision(9);
     const std::time_t now = std::time(nullptr);
@@ -203,7 +217,7 @@ std::string toJson(const std::vector<Result>& results, const Options& options,
          << "\", \"date\": \"" << date << "\", \"command\": \"" << jsonEscape(command)
          << "\", \"seconds\": " << options.seconds
          << ", \"warmup_seconds\": " << options.warmupSeconds << ", \"seed\": " << options.seed
-         << "},\n  \"runs\": [";
+         << ", \"scheduling\": \"" << scheduling << "\"},\n  \"runs\": [";
     for (std::size_t i = 0; i < results.size(); ++i) {
         const Result& r = results[i];
         json << (i == 0 ? "\n" : ",\n") << "    {\"rate\": " << r.rate << ", \"pacer\": \""
@@ -221,7 +235,7 @@ std::string toJson(const std::vector<Result>& results, const Options& options,
 int usage(const char* program) {
     std::fprintf(stderr,
                  "usage: %s [--seconds S] [--warmup S] [--rates 30,45,60] [--seed N] "
-                 "[--out FILE.json]\n",
+                 "[--fifo PRIORITY] [--intervals DIR] [--out FILE.json]\n",
                  program);
     return 2;
 }
@@ -241,6 +255,10 @@ int main(int argc, char** argv) {
             options.warmupSeconds = std::atof(value.c_str());
         } else if (arg == "--seed") {
             options.seed = static_cast<unsigned>(std::strtoul(value.c_str(), nullptr, 10));
+        } else if (arg == "--intervals") {
+            options.intervalsDirectory = value;
+        } else if (arg == "--fifo") {
+            options.fifoPriority = std::atoi(value.c_str());
         } else if (arg == "--out") {
             options.out = value;
         } else if (arg == "--rates") {
@@ -258,6 +276,18 @@ int main(int argc, char** argv) {
         if (rate < 11 || rate > 120) return usage(argv[0]);
     }
 
+    // A render thread runs at a raised priority; under SCHED_FIFO the other work of a shared
+    // machine cannot preempt the loop, so the runs compare the pacers and not the neighbours.
+    std::string scheduling = "SCHED_OTHER";
+    if (options.fifoPriority > 0) {
+        sched_param parameters{};
+        parameters.sched_priority = options.fifoPriority;
+        if (sched_setscheduler(0, SCHED_FIFO, &parameters) == 0) {
+            scheduling = "SCHED_FIFO " + std::to_string(options.fifoPriority);
+        } else {
+            std::fprintf(stderr, "SCHED_FIFO refused; running with the default policy\n");
+        }
+    }
     Basics::Log::SetLogLevel(2);
     std::vector<Result> results;
     std::printf("%-6s %-8s %8s %10s %9s %11s %11s\n", "rate", "pacer", "frames", "mean rate",
@@ -269,6 +299,7 @@ int main(int argc, char** argv) {
                                    : name == "naive" ? runNaive(rate, options)
                                                      : runFloor(rate, options);
             const Result r = summarise(rate, name, ends);
+            if (!options.intervalsDirectory.empty()) writeIntervals(options, rate, name, ends);
             std::printf("%-6d %-8s %8zu %10.3f %9.3f %11.4f %11.4f\n", r.rate, r.pacer.c_str(),
                         r.frames, r.meanRate, r.rateError_pct, r.intervalStddev_ms,
                         r.p99AbsError_ms);
@@ -276,7 +307,7 @@ int main(int argc, char** argv) {
             results.push_back(r);
         }
     }
-    const std::string json = toJson(results, options, command);
+    const std::string json = toJson(results, options, command, scheduling);
     if (!options.out.empty()) {
         std::ofstream file(options.out);
         file << json;
