@@ -71,32 +71,5 @@ TEST_F(FpsManagerConcurrency, ManagersTickOnTheirThreadsWhileSettingsArrive) {
     }
 }
 
-// The record reaches the live manager's evaluator or is reported; it never reaches freed memory.
-TEST_F(FpsManagerConcurrency, DestroyingAManagerWhileItsSettingsArrive) {
-    FpsManager messenger(402, 60);
-    auto doomed = std::make_unique<FpsManager>(401, 60);
-    std::atomic<int> dispatched{0};
-    std::atomic<bool> destroyed{false};
-    std::thread settings([&] {
-        int afterDestruction = 0;
-        while (afterDestruction < 50) {
-            if (destroyed) ++afterDestruction;
-            Center().OnCurrentBrainResume(401);
-            messenger.OnUserSettingParameters(MakeRecords({{"stabilizer", "gfps", "30-60"}}));
-            ++dispatched;
-        }
-    });
-    while (dispatched < 50) std::this_thread::yield();
-    doomed.reset();
-    destroyed = true;
-    settings.join();
-
-    EXPECT_GE(logs.Count(ANDROID_LOG_ERROR, "\t PID: '401'\n\t key: 'gfps'"), 50u);
-    // The one record racing the destruction may find no PID current at all.
-    const size_t refused = logs.Count(ANDROID_LOG_ERROR, "\t key: 'gfps'");
-    EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[GfpsEvaluator] Set LIST_OF_GFPS_CANDIDATES") + refused,
-              static_cast<size_t>(dispatched.load()));
-}
-
 }  // namespace
 }  // namespace TalvexTest

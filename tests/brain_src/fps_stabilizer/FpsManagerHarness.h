@@ -26,6 +26,15 @@ inline Records MakeRecords(std::initializer_list<UserSettings::UserSetting> reco
     return std::make_shared<const std::vector<UserSettings::UserSetting>>(records);
 }
 
+// A GFPS list with the SFPS lower bound 45 at 60, and a current decider that needs no wait.
+inline Records Gfps30To60() {
+    return MakeRecords({{"stabilizer", "gfps", "30-60"}, {"stabilizer", "sfps", "0-45"}});
+}
+inline Records QuickCurrentDecider() {
+    return MakeRecords(
+        {{"sfps_current", "current_threshold", "2000"}, {"sfps_current", "ttsigal", "0"}});
+}
+
 inline UserSettings::UserSettingsCenter& Center() {
     return UserSettings::UserSettingsCenter::GetInstance();
 }

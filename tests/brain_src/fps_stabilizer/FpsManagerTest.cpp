@@ -13,45 +13,31 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-const Records kGfps30to60 =
-    MakeRecords({{"stabilizer", "gfps", "30-60"}, {"stabilizer", "sfps_lower_bound", "0-45"}});
-
-TEST_F(FpsManagerTest, FirstTickWithoutListsPublishesNoDecision) {
+// No list at first; once one arrives, the first tick at GFPS 60 restarts both deciders. Had they
+// been restarted on every tick, the current decider would never get past waiting.
+TEST_F(FpsManagerTest, FirstTicksWithoutThenWithAGfpsList) {
     FpsManager manager(77, 60);
-    EXPECT_EQ(Tick(manager, 60), "77,-1,-1");
-    EXPECT_EQ(manager.GetGFPS(), -1);
-    EXPECT_EQ(manager.GetSFPS(), -1);
-    EXPECT_EQ(FinalEFPS(), "60");
-    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "OFPS_=60, SCREEN_REFRESH_RATE_=60"), 1u);
+    EXPECT_EQ(Tick(manager, 58), "77,-1,-1");
+    EXPECT_EQ(FinalEFPS(), "58");
     EXPECT_THAT(trace.SectionNames(), ElementsAre("FpsManager::Update()"));
     EXPECT_EQ(trace.OpenSections(), 0);
-    EXPECT_THAT(trace.CounterValues("AI SFPS"), ElementsAre(0));
-    EXPECT_THAT(logs.Find(ANDROID_LOG_ERROR), IsEmpty());
-}
 
-// The first tick at GFPS 60 restarts both deciders; had they been restarted on every tick, the
-// current decider would never get past waiting.
-TEST_F(FpsManagerTest, GfpsListMatchesTheObservedRateAndRestartsTheDecidersOnce) {
-    FpsManager manager(77, 60);
-    manager.OnUserSettingParameters(kGfps30to60);
-    manager.OnUserSettingParameters(MakeRecords(
-        {{"sfps_current", "current_threshold", "2000"}, {"sfps_current", "ttsigal", "0"}}));
-
+    manager.OnUserSettingParameters(Gfps30To60());
+    manager.OnUserSettingParameters(QuickCurrentDecider());
     EXPECT_EQ(Tick(manager, 58, 30.0f, 2500.0f), "77,-1,60");
-    EXPECT_EQ(manager.GetGFPS(), 60);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, "before assign the GFPS(=60) to the EFPS(=58)"), 1u);
     EXPECT_EQ(FinalEFPS(), "60");
-    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG,
-                         "[SystemInfo]\t before assign the GFPS(=60) to the EFPS(=58)"),
-              1u);
     EXPECT_EQ(Tick(manager, 58, 30.0f, 2500.0f), "77,60,60");
+    EXPECT_EQ(manager.GetGFPS(), 60);
     EXPECT_EQ(manager.GetSFPS(), 60);
+    EXPECT_THAT(trace.CounterValues("AI SFPS"), ElementsAre(0, 0, 60));
     EXPECT_THAT(logs.Find(ANDROID_LOG_ERROR), IsEmpty());
 }
 
 // Configured through records; the game follows the SFPS it is given.
 TEST_F(FpsManagerTest, HeatLowersTheSfpsStepByStepAndCoolingRestoresIt) {
     FpsManager manager(77, 60);
-    manager.OnUserSettingParameters(kGfps30to60);
+    manager.OnUserSettingParameters(Gfps30To60());
     manager.OnUserSettingParameters(MakeRecords({{"sfps_temperature", "start_temperature", "40"},
                                                  {"sfps_temperature", "max_temperature", "45"}}));
 
@@ -73,9 +59,8 @@ TEST_F(FpsManagerTest, HeatLowersTheSfpsStepByStepAndCoolingRestoresIt) {
 
 TEST_F(FpsManagerTest, CurrentDeciderTakesOverOnlyWhileTemperatureDeciderIsNotActivated) {
     FpsManager manager(77, 60);
-    manager.OnUserSettingParameters(kGfps30to60);
-    manager.OnUserSettingParameters(MakeRecords(
-        {{"sfps_current", "current_threshold", "2000"}, {"sfps_current", "ttsigal", "0"}}));
+    manager.OnUserSettingParameters(Gfps30To60());
+    manager.OnUserSettingParameters(QuickCurrentDecider());
 
     Tick(manager, 60, 30.0f, 2500.0f);
     EXPECT_EQ(Tick(manager, 60, 30.0f, 2500.0f), "77,60,60");
@@ -114,7 +99,7 @@ TEST_F(FpsManagerTest, PauseWritesTheIdleTextAndForgetsTheSettingsResumeRestores
     FpsManager manager(77, 60);
     Center().OnCurrentBrainResume(5);
     manager.OnResume(12345);
-    manager.OnUserSettingParameters(kGfps30to60);
+    manager.OnUserSettingParameters(Gfps30To60());
     EXPECT_EQ(Tick(manager, 60), "77,-1,60");
 
     manager.OnPause();
