@@ -27,3 +27,4 @@
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 #include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
+#include "talvex/brain_src/fps_stabilizer/FpsManager.h"
