@@ -1,0 +1,317 @@
+#include "tools/sim/Chart.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <optional>
+
+namespace TalvexSim {
+namespace {
+
+constexpr double kWidth = 1000.0;
+constexpr double kLeft = 70.0;
+constexpr double kRight = 30.0;
+constexpr double kPlotWidth = kWidth - kLeft - kRight;
+
+struct Point {
+    double x;
+    double y;
+};
+
+struct Range {
+    double low;
+    double high;
+};
+
+struct Panel {
+    double top;
+    double height;
+    Range values;
+    std::string title;
+};
+
+using Value = std::function<std::optional<double>(const TimelineRow&)>;
+
+std::string number(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f", value);
+    return text;
+}
+
+std::string label(double value) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", value);
+    return text;
+}
+
+std::string escaped(const std::string& text) {
+    std::string out;
+    for (const char c : text) {
+        switch (c) {
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '&':
+                out += "&amp;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                out += c;
+        }
+    }
+    return out;
+}
+
+// 1, 2 or 5 times a power of ten, giving about `count` steps over the span.
+double niceStep(double span, int count) {
+    if (!(span > 0.0)) return 1.0;
+    const double raw = span / count;
+    const double power = std::pow(10.0, std::floor(std::log10(raw)));
+    for (const double factor : {1.0, 2.0, 5.0}) {
+        if (raw <= factor * power) return factor * power;
+    }
+    return 10.0 * power;
+}
+
+Range niceRange(double low, double high, int count) {
+    if (!(high > low)) high = low + 1.0;
+    const double step = niceStep(high - low, count);
+    return {std::floor(low / step) * step, std::ceil(high / step) * step};
+}
+
+class Svg {
+  public:
+    Svg(double duration_s, double timeUnit_s) : duration_s(duration_s), timeUnit_s(timeUnit_s) {}
+
+    double X(double time_s) const { return kLeft + time_s / duration_s * kPlotWidth; }
+    static double Y(const Panel& panel, double value) {
+        const double share = (value - panel.values.low) / (panel.values.high - panel.values.low);
+        return panel.top + panel.height * (1.0 - std::clamp(share, 0.0, 1.0));
+    }
+
+    void Raw(const std::string& text) { body += text; }
+
+    void Text(double x, double y, const std::string& text, const char* anchor = "start",
+              int size = 12, const char* extra = "") {
+        body += "<text x=\"" + number(x) + "\" y=\"" + number(y) + "\" text-anchor=\"" + anchor +
+                "\" font-size=\"" + std::to_string(size) + "\"" + extra + ">" + escaped(text) +
+                "</text>\n";
+    }
+
+    void Line(double x1, double y1, double x2, double y2, const char* style) {
+        body += "<line x1=\"" + number(x1) + "\" y1=\"" + number(y1) + "\" x2=\"" + number(x2) +
+                "\" y2=\"" + number(y2) + "\" " + style + "/>\n";
+    }
+
+    void Polyline(const std::vector<Point>& points, const char* style) {
+        if (points.size() < 2) return;
+        body += "<polyline fill=\"none\" " + std::string(style) + " points=\"";
+        for (const Point& p : points) body += number(p.x) + "," + number(p.y) + " ";
+        body.back() = '"';
+        body += "/>\n";
+    }
+
+    void Frame(const Panel& panel, double timeStep) {
+        body += "<rect x=\"" + number(kLeft) + "\" y=\"" + number(panel.top) + "\" width=\"" +
+                number(kPlotWidth) + "\" height=\"" + number(panel.height) +
+                "\" fill=\"none\" stroke=\"#999\"/>\n";
+        const double valueStep = niceStep(panel.values.high - panel.values.low, 5);
+        for (double v = panel.values.low; v <= panel.values.high + valueStep / 1e6;
+             v += valueStep) {
+            const double y = Y(panel, v);
+            Line(kLeft, y, kLeft + kPlotWidth, y, "stroke=\"#e4e4e4\"");
+            Text(kLeft - 6, y + 4, label(v), "end", 11);
+        }
+        for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+            const double x = X(t * timeUnit_s);
+            Line(x, panel.top, x, panel.top + panel.height, "stroke=\"#e4e4e4\"");
+        }
+        Text(kLeft + 6, panel.top + 16, panel.title, "start", 13, " font-weight=\"bold\"");
+    }
+
+    std::string body;
+
+  private:
+    double duration_s;
+    double timeUnit_s;
+};
+
+// A value holds from its tick to the next one, so it is drawn as steps; runs break where the
+// value is missing.
+std::vector<std::vector<Point>> stepRuns(const Svg& svg, const Panel& panel,
+                                         const std::vector<TimelineRow>& rows, const Value& value) {
+    std::vector<std::vector<Point>> runs;
+    std::optional<double> previous;
+    for (const TimelineRow& row : rows) {
+        const std::optional<double> current = value(row);
+        const double x = svg.X(row.time_s);
+        if (previous) runs.back().push_back({x, Svg::Y(panel, *previous)});
+        if (current) {
+            if (!previous) runs.emplace_back();
+            runs.back().push_back({x, Svg::Y(panel, *current)});
+        }
+        previous = current;
+    }
+    return runs;
+}
+
+std::vector<std::vector<Point>> lineRuns(const Svg& svg, const Panel& panel,
+                                         const std::vector<TimelineRow>& rows, const Value& value) {
+    std::vector<std::vector<Point>> runs;
+    bool open = false;
+    for (const TimelineRow& row : rows) {
+        const std::optional<double> current = value(row);
+        if (!current) {
+            open = false;
+            continue;
+        }
+        if (!open) runs.emplace_back();
+        open = true;
+        runs.back().push_back({svg.X(row.time_s), Svg::Y(panel, *current)});
+    }
+    return runs;
+}
+
+struct Series {
+    const char* name;
+    const char* style;
+    std::vector<std::vector<Point>> runs;
+};
+
+// A legend only where a panel holds more than one series; the panel's title names a lone one.
+void drawSeries(Svg& svg, const Panel& panel, const std::vector<Series>& series) {
+    double legendX = kLeft + kPlotWidth - 8;
+    for (auto it = series.rbegin(); it != series.rend(); ++it) {
+        for (const auto& run : it->runs) svg.Polyline(run, it->style);
+        if (series.size() < 2) continue;
+        const double width = 40.0 + 6.6 * static_cast<double>(std::string(it->name).size());
+        legendX -= width;
+        svg.Line(legendX, panel.top + 12, legendX + 22, panel.top + 12, it->style);
+        svg.Text(legendX + 26, panel.top + 16, it->name, "start", 11);
+    }
+}
+
+void drawBound(Svg& svg, const Panel& panel, double value, const std::string& text) {
+    if (!std::isfinite(value)) return;
+    const double y = Svg::Y(panel, value);
+    svg.Line(kLeft, y, kLeft + kPlotWidth, y,
+             "stroke=\"#d62728\" stroke-width=\"1\" stroke-dasharray=\"6,4\"");
+    svg.Text(kLeft + kPlotWidth - 6, y - 4, text, "end", 11, " fill=\"#d62728\"");
+}
+
+}  // namespace
+
+std::string RenderChart(const ChartInput& input) {
+    const std::vector<TimelineRow>& rows = *input.rows;
+    double duration_s = input.tick_s;
+    double highestFps = input.refreshRate_Hz;
+    double lowTemperature = input.temperatureLowerBound_C;
+    double highTemperature = input.temperatureUpperBound_C;
+    double highestCurrent =
+        std::isfinite(input.currentThreshold_mA) ? input.currentThreshold_mA : 0;
+    for (const TimelineRow& row : rows) {
+        duration_s = std::max(duration_s, row.time_s);
+        highestFps = std::max({highestFps, static_cast<double>(row.ofps),
+                               static_cast<double>(row.gfps), std::abs(1.0 * row.sfps)});
+        lowTemperature = std::min(lowTemperature, row.temperature_C);
+        highTemperature = std::max(highTemperature, row.temperature_C);
+        highestCurrent = std::max(highestCurrent, row.current_mA);
+    }
+
+    const bool minutes = duration_s >= 180.0;
+    const double timeUnit_s = minutes ? 60.0 : 1.0;
+    const double timeStep = niceStep(duration_s / timeUnit_s, 10);
+    Svg svg(duration_s, timeUnit_s);
+
+    const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (FPS)"};
+    const Panel temperature{350.0, 150.0, niceRange(lowTemperature - 1.0, highTemperature + 1.0, 5),
+                            "Temperature (\u00b0C)"};
+    const Panel current{530.0, 110.0, niceRange(0.0, highestCurrent * 1.1 + 1.0, 4),
+                        "Electric current (mA)"};
+    const double height = current.top + current.height + 50.0;
+
+    // Pauses first, under everything else.
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (!rows[i].paused) continue;
+        size_t last = i;
+        while (last + 1 < rows.size() && rows[last + 1].paused) ++last;
+        const double x1 = svg.X(std::max(0.0, rows[i].time_s - input.tick_s));
+        const double x2 = svg.X(rows[last].time_s);
+        svg.Raw("<rect x=\"" + number(x1) + "\" y=\"" + number(fps.top) + "\" width=\"" +
+                number(x2 - x1) + "\" height=\"" + number(current.top + current.height - fps.top) +
+                "\" fill=\"#eeeeee\"/>\n");
+        svg.Text((x1 + x2) / 2.0, fps.top + fps.height - 8, "paused", "middle", 11,
+                 " fill=\"#777\"");
+        i = last;
+    }
+    for (const Panel* panel : {&fps, &temperature, &current}) svg.Frame(*panel, timeStep);
+
+    const auto running = [](const TimelineRow& row) { return !row.paused; };
+    drawSeries(svg, fps,
+               {{"OFPS", "stroke=\"#8c8c8c\" stroke-width=\"1\"",
+                 lineRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r)) return std::nullopt;
+                              return r.ofps;
+                          })},
+                {"GFPS", "stroke=\"#1f77b4\" stroke-width=\"1.5\" stroke-dasharray=\"5,3\"",
+                 stepRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r) || r.gfps < 1) return std::nullopt;
+                              return r.gfps;
+                          })},
+                {"SFPS applied", "stroke=\"#d62728\" stroke-width=\"2.5\"",
+                 stepRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r) || r.sfps < 1) return std::nullopt;
+                              return r.sfps;
+                          })},
+                {"SFPS while exploring (negative on the node)",
+                 "stroke=\"#9467bd\" stroke-width=\"2.5\" stroke-dasharray=\"2,3\"",
+                 stepRuns(svg, fps, rows, [&](const TimelineRow& r) -> std::optional<double> {
+                     if (!running(r) || r.sfps > -2) return std::nullopt;
+                     return -r.sfps;
+                 })}});
+
+    drawBound(svg, temperature, input.temperatureLowerBound_C,
+              "lower bound " + label(input.temperatureLowerBound_C) + " \u00b0C");
+    drawBound(svg, temperature, input.temperatureUpperBound_C,
+              "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
+    drawSeries(
+        svg, temperature,
+        {{"temperature", "stroke=\"#ff7f0e\" stroke-width=\"2\"",
+          lineRuns(svg, temperature, rows, [](const TimelineRow& r) -> std::optional<double> {
+              return r.temperature_C;
+          })}});
+
+    drawBound(svg, current, input.currentThreshold_mA,
+              "threshold " + label(input.currentThreshold_mA) + " mA");
+    drawSeries(svg, current,
+               {{"current", "stroke=\"#2ca02c\" stroke-width=\"1.2\"",
+                 lineRuns(svg, current, rows, [](const TimelineRow& r) -> std::optional<double> {
+                     return r.current_mA;
+                 })}});
+
+    for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+        svg.Text(svg.X(t * timeUnit_s), current.top + current.height + 16, label(t), "middle", 11);
+    }
+    svg.Text(kLeft + kPlotWidth / 2.0, current.top + current.height + 38,
+             minutes ? "time (min)" : "time (s)", "middle", 12);
+
+    std::string out = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + number(kWidth) +
+                      "\" height=\"" + number(height) + "\" viewBox=\"0 0 " + number(kWidth) + " " +
+                      number(height) + "\" font-family=\"sans-serif\">\n";
+    out += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    Svg header(duration_s, timeUnit_s);
+    header.Text(kLeft, 28, input.title, "start", 18, " font-weight=\"bold\"");
+    header.Text(kLeft, 48, input.subtitle, "start", 12, " fill=\"#555\"");
+    out += header.body + svg.body + "</svg>\n";
+    return out;
+}
+
+}  // namespace TalvexSim

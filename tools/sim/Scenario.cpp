@@ -1,0 +1,251 @@
+#include "tools/sim/Scenario.h"
+
+#include <algorithm>
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include "talvex/user_settings/OnlineConfigJsonParser.h"
+#include "tools/sim/DefaultScenario.h"
+#include "tools/sim/InputError.h"
+#include "tools/sim/StrictJson.h"
+
+namespace TalvexSim {
+namespace {
+
+constexpr double kUnbounded = std::numeric_limits<double>::max();
+constexpr double kLongestRun_s = 24.0 * 3600.0;
+
+std::string indexed(const std::string& path, Json::ArrayIndex index) {
+    return path + "[" + std::to_string(index) + "]";
+}
+
+// The name becomes a folder under out/, so it must not climb out of it.
+void checkName(const JsonDocument& document, const Json::Value& where, const std::string& name) {
+    const bool safe =
+        !name.empty() && name != "." && name != ".." &&
+        std::all_of(name.begin(), name.end(), [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_' || c == '.';
+        });
+    if (!safe) {
+        document.Fail(
+            where, "name",
+            "'" + name + "' is not a usable folder name (letters, digits, '.', '-', '_')");
+    }
+}
+
+// One "category,key,value[,category,key,value...]" command, turned into records by the
+// library's own parser once its shape is known to be right: a command the library would
+// silently ignore or reject is a mistake in the scenario.
+std::vector<UserSettings::UserSetting> readCommand(const JsonDocument& document,
+                                                   const Json::Value& value,
+                                                   const std::string& path) {
+    const std::string text = ExpectString(document, value, path);
+    const size_t pieces = static_cast<size_t>(std::count(text.begin(), text.end(), ',')) + 1;
+    if (pieces < 3 || pieces % 3 != 0) {
+        document.Fail(value, path,
+                      "'" + text + "' has " + std::to_string(pieces) +
+                          " comma-separated piece(s); a command is category,key,value, "
+                          "repeated");
+    }
+    android::talvex::OnlineConfigJsonParser parser;
+    std::string command = text;
+    parser.ParseCmd(command);
+    return *parser.GetSettings();
+}
+
+GameParams readGame(const JsonDocument& document, const Json::Value& value, double duration_s) {
+    ObjectReader game(document, value, "game",
+                      {"target_fps", "work_ms", "jitter", "spike_chance", "spike_factor",
+                       "heavy_scenes", "cpu_util_full_load"});
+    GameParams params;
+    params.targetFps = game.Number("target_fps", 1.0, 1000.0);
+    params.workMs = game.Number("work_ms", 0.01, 10000.0);
+    params.jitter = game.Number("jitter", 0.0, 1.0, params.jitter);
+    params.spikeChance = game.Number("spike_chance", 0.0, 1.0, params.spikeChance);
+    params.spikeFactor = game.Number("spike_factor", 1.0, 100.0, params.spikeFactor);
+    if (game.Has("heavy_scenes")) {
+        const std::string path = game.PathOf("heavy_scenes");
+        const Json::Value& scenes = ExpectArray(document, game.Member("heavy_scenes"), path);
+        for (Json::ArrayIndex i = 0; i < scenes.size(); ++i) {
+            ObjectReader scene(document, scenes[i], indexed(path, i),
+                               {"start_s", "duration_s", "work_factor"});
+            HeavyScene heavy;
+            heavy.start_s = scene.Number("start_s", 0.0, duration_s);
+            heavy.duration_s = scene.Number("duration_s", 0.001, kUnbounded);
+            heavy.workFactor = scene.Number("work_factor", 0.01, 100.0);
+            params.heavyScenes.push_back(heavy);
+        }
+    }
+    if (game.Has("cpu_util_full_load")) {
+        const std::string path = game.PathOf("cpu_util_full_load");
+        const Json::Value& readings =
+            ExpectArray(document, game.Member("cpu_util_full_load"), path);
+        if (readings.size() != params.cpuUtilFullLoad.size()) {
+            document.Fail(readings, path,
+                          "expected 4 readings, got " + std::to_string(readings.size()));
+        }
+        for (Json::ArrayIndex i = 0; i < readings.size(); ++i) {
+            params.cpuUtilFullLoad[i] =
+                ExpectNumber(document, readings[i], indexed(path, i), 0.0, 1e15);
+        }
+    }
+    return params;
+}
+
+DeviceParams readDevice(const JsonDocument& document, const Json::Value& value) {
+    ObjectReader device(
+        document, value, "device",
+        {"ambient_c", "initial_c", "thermal_resistance_c_per_w", "thermal_time_constant_s",
+         "idle_power_w", "paused_power_w", "energy_per_frame_mj", "battery_voltage_v",
+         "current_noise_ma", "temperature_noise_c", "sensor_period_s"});
+    DeviceParams params;
+    params.ambient_C = device.Number("ambient_c", -40.0, 80.0, params.ambient_C);
+    params.initial_C = device.Number("initial_c", -40.0, 150.0, params.ambient_C);
+    params.thermalResistance_CPerW =
+        device.Number("thermal_resistance_c_per_w", 0.0, 100.0, params.thermalResistance_CPerW);
+    params.thermalTimeConstant_s =
+        device.Number("thermal_time_constant_s", 0.1, 1e6, params.thermalTimeConstant_s);
+    params.idlePower_W = device.Number("idle_power_w", 0.0, 100.0, params.idlePower_W);
+    params.pausedPower_W = device.Number("paused_power_w", 0.0, 100.0, params.pausedPower_W);
+    params.energyPerFrame_mJ =
+        device.Number("energy_per_frame_mj", 0.0, 10000.0, params.energyPerFrame_mJ);
+    params.batteryVoltage_V =
+        device.Number("battery_voltage_v", 0.5, 48.0, params.batteryVoltage_V);
+    params.currentNoise_mA =
+        device.Number("current_noise_ma", 0.0, 10000.0, params.currentNoise_mA);
+    params.temperatureNoise_C =
+        device.Number("temperature_noise_c", 0.0, 10.0, params.temperatureNoise_C);
+    params.sensorPeriod_s = device.Number("sensor_period_s", 0.0, 60.0, params.sensorPeriod_s);
+    return params;
+}
+
+std::vector<ScenarioEvent> readEvents(const JsonDocument& document, const Json::Value& value,
+                                      double duration_s) {
+    ExpectArray(document, value, "events");
+    std::vector<ScenarioEvent> events;
+    bool paused = false;
+    for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
+        const std::string path = indexed("events", i);
+        ObjectReader entry(document, value[i], path, {"at_s", "type", "param1"});
+        ScenarioEvent event;
+        event.where = document.Where(value[i]);
+        event.at_s = entry.Number("at_s", 0.0, duration_s);
+        const std::string type = entry.String("type");
+        if (type == "pause") {
+            if (paused) document.Fail(value[i], path, "pause while the game is already paused");
+            event.type = EventType::Pause;
+            paused = true;
+        } else if (type == "resume") {
+            if (!paused) document.Fail(value[i], path, "resume while the game is not paused");
+            event.type = EventType::Resume;
+            paused = false;
+        } else if (type == "settings") {
+            event.type = EventType::Settings;
+            event.settings = readCommand(document, entry.Member("param1"), entry.PathOf("param1"));
+        } else {
+            document.Fail(entry.Member("type"), entry.PathOf("type"),
+                          "'" + type + "' is not an event type (pause, resume, settings)");
+        }
+        if (event.type != EventType::Settings && entry.Has("param1")) {
+            document.Fail(entry.Member("param1"), entry.PathOf("param1"),
+                          "only settings events take a command");
+        }
+        if (!events.empty() && event.at_s < events.back().at_s) {
+            document.Fail(value[i], path, "events must be listed in time order");
+        }
+        events.push_back(std::move(event));
+    }
+    return events;
+}
+
+void readConfig(const JsonDocument& document, const Json::Value& value, Scenario& scenario) {
+    ObjectReader config(document, value, "config", {"pid", "lifeCycle", "package", "param"});
+    scenario.pid = config.Integer("pid", 1, INT_MAX);
+    config.Integer("lifeCycle", INT_MIN, INT_MAX);
+    scenario.package = config.String("package");
+    std::vector<std::string> places;
+    size_t expected = 0;
+    if (config.Has("param")) {
+        const std::string path = config.PathOf("param");
+        const Json::Value& commands = ExpectArray(document, config.Member("param"), path);
+        for (Json::ArrayIndex i = 0; i < commands.size(); ++i) {
+            ObjectReader command(document, commands[i], indexed(path, i), {"param1"});
+            const Json::Value& text = command.Member("param1");
+            const size_t records = readCommand(document, text, command.PathOf("param1")).size();
+            places.insert(places.end(), records,
+                          document.Where(text) + ": " + command.PathOf("param1"));
+            expected += records;
+        }
+    }
+
+    // The host hands the library the document as text; so does the simulator.
+    scenario.configText = document.Slice(value);
+    const auto parsed = android::talvex::OnlineConfigJsonParser::Parse(scenario.configText);
+    if (parsed.GetPID() != scenario.pid || parsed.GetTargetApp() != scenario.package ||
+        parsed.GetSettings()->size() != expected) {
+        document.Fail(value, "config", "refused by the library's online configuration parser");
+    }
+    scenario.settings = *parsed.GetSettings();
+    scenario.settingPlaces = std::move(places);
+}
+
+}  // namespace
+
+std::string ReadTextFile(const std::string& path) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(path, error)) {
+        throw InputError(path + ": no such file");
+    }
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    if (!file.good() && !file.eof()) throw InputError(path + ": cannot be read");
+    return text.str();
+}
+
+Scenario LoadScenarioText(const std::string& text, const std::string& sourceName,
+                          const std::string& fallbackName) {
+    const JsonDocument document(text, sourceName);
+    const Json::Value& root = document.Root();
+    ObjectReader top(document, root, "",
+                     {"name", "description", "duration_s", "seed", "refresh_rate_hz", "host_tick",
+                      "game", "device", "events", "config"});
+    Scenario scenario;
+    scenario.sourceName = sourceName;
+    scenario.name = top.String("name", fallbackName);
+    checkName(document, top.Has("name") ? top.Member("name") : root, scenario.name);
+    scenario.description = top.String("description", "");
+    scenario.duration_s = top.Number("duration_s", 1.0, kLongestRun_s);
+    scenario.seed = top.Unsigned64("seed", scenario.seed);
+    scenario.refreshRate_Hz = top.Integer("refresh_rate_hz", 1, 1000, scenario.refreshRate_Hz);
+    if (top.Has("host_tick")) {
+        const Json::Value& tick = top.Member("host_tick");
+        if (tick.isString() && tick.asString() == "frame") {
+            scenario.tickEveryFrame = true;
+        } else if (tick.isString()) {
+            document.Fail(tick, "host_tick", "expected \"frame\" or a period in seconds");
+        } else {
+            scenario.tick_s = ExpectNumber(document, tick, "host_tick", 0.01, 60.0);
+        }
+    }
+    scenario.game = readGame(document, top.Member("game"), scenario.duration_s);
+    if (top.Has("device")) scenario.device = readDevice(document, top.Member("device"));
+    if (top.Has("events")) {
+        scenario.events = readEvents(document, top.Member("events"), scenario.duration_s);
+    }
+    readConfig(document, top.Member("config"), scenario);
+    return scenario;
+}
+
+Scenario LoadScenarioFile(const std::string& path) {
+    return LoadScenarioText(ReadTextFile(path), path, std::filesystem::path(path).stem().string());
+}
+
+Scenario LoadDefaultScenario() {
+    return LoadScenarioText(DefaultScenarioText(), "<default scenario>", "default");
+}
+
+}  // namespace TalvexSim

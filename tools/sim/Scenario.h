@@ -1,0 +1,86 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "talvex/user_settings/UserSetting.h"
+
+namespace TalvexSim {
+
+// A stretch of the game that costs more per frame (a boss fight, a crowded scene).
+struct HeavyScene {
+    double start_s = 0.0;
+    double duration_s = 0.0;
+    double workFactor = 1.0;
+};
+
+struct GameParams {
+    double targetFps = 60.0;   // the game's own frame-rate cap
+    double workMs = 9.0;       // mean CPU+GPU work of one frame at work factor 1
+    double jitter = 0.1;       // relative standard deviation of the work
+    double spikeChance = 0.0;  // per frame: a hitch of spikeFactor times the work
+    double spikeFactor = 2.5;
+    std::vector<HeavyScene> heavyScenes;
+    // The four CPU readings of the host record while the game is busy all the time; they scale
+    // with the share of the time the game actually works.
+    std::array<double, 4> cpuUtilFullLoad{{100.0, 60.0, 35.0, 15.0}};
+};
+
+struct DeviceParams {
+    double ambient_C = 25.0;
+    double initial_C = 25.0;
+    double thermalResistance_CPerW = 4.4;  // steady-state rise per watt drawn
+    double thermalTimeConstant_s = 200.0;
+    double idlePower_W = 1.0;         // screen, radios and the rest while the game runs
+    double pausedPower_W = 0.4;       // while the game is in the background
+    double energyPerFrame_mJ = 70.0;  // at work factor 1; power grows with the frame rate
+    double batteryVoltage_V = 3.85;
+    double currentNoise_mA = 20.0;     // standard deviation of the current reading
+    double temperatureNoise_C = 0.05;  // standard deviation of the temperature reading
+    double sensorPeriod_s = 1.0;       // the host reads both sensors this often and holds them
+};
+
+enum class EventType { Pause, Resume, Settings };
+
+struct ScenarioEvent {
+    double at_s = 0.0;
+    EventType type = EventType::Pause;
+    std::vector<UserSettings::UserSetting> settings;  // Settings events only
+    std::string where;                                // "file:line:column" of the event
+};
+
+struct Scenario {
+    std::string name;
+    std::string description;
+    std::string sourceName;  // the file, or "<default scenario>"
+    double duration_s = 0.0;
+    std::uint64_t seed = 1;
+    int refreshRate_Hz = 60;
+    // The host ticks the FPS manager either at a fixed period or once per frame (then with
+    // the OFPS of the last second); the timeline has a row per tick, or per second.
+    bool tickEveryFrame = false;
+    double tick_s = 1.0;
+    GameParams game;
+    DeviceParams device;
+    std::vector<ScenarioEvent> events;  // ordered by time
+
+    // The online configuration exactly as written, and what the library's parser made of it.
+    int pid = 0;
+    std::string package;
+    std::string configText;
+    std::vector<UserSettings::UserSetting> settings;
+    std::vector<std::string> settingPlaces;  // where each record of `settings` was written
+};
+
+// Both throw InputError naming the file and the place of the first fault.
+Scenario LoadScenarioFile(const std::string& path);
+Scenario LoadScenarioText(const std::string& text, const std::string& sourceName,
+                          const std::string& fallbackName);
+Scenario LoadDefaultScenario();
+
+// Whole file, or InputError when it cannot be read.
+std::string ReadTextFile(const std::string& path);
+
+}  // namespace TalvexSim

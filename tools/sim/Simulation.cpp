@@ -1,0 +1,495 @@
+#include "tools/sim/Simulation.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <deque>
+
+#include "talvex/basics/Log.h"
+#include "talvex/brain_src/fps_stabilizer/FpsManager.h"
+#include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
+#include "talvex/pacing/Quillet.h"
+#include "tools/sim/DeviceModel.h"
+#include "tools/sim/GameModel.h"
+#include "tools/sim/InputError.h"
+#include "tools/sim/LibraryLog.h"
+#include "tools/sim/NodeDirectory.h"
+#include "tools/sim/Random.h"
+#include "tools/sim/VirtualClock.h"
+
+namespace TalvexSim {
+namespace {
+
+using android::FpsStabilizer::FpsManager;
+using android::FpsStabilizer::SYS_INFO;
+using android::Nimbrel::Quillet::Quillet;
+using SettingList = std::vector<UserSettings::UserSetting>;
+
+// Streams of DeriveSeed, one per model.
+enum : std::uint64_t { kGameStream = 1, kDeviceStream = 2, kSleepStream = 3 };
+
+// A sleep never wakes early and usually overshoots by this much.
+constexpr double kLeastOversleep_ms = 0.05;
+constexpr double kMostOversleep_ms = 0.08;
+// The FPS manager states its final EFPS only at this level.
+constexpr int kLevelShowingEfps = 3;
+
+std::int64_t secondsToNs(double seconds) { return std::llround(seconds * 1e9); }
+std::int64_t millisecondsToNs(double milliseconds) { return std::llround(milliseconds * 1e6); }
+double nsToSeconds(std::int64_t ns) { return static_cast<double>(ns) / 1e9; }
+
+std::string describe(const UserSettings::UserSetting& setting) {
+    return setting.category + "," + setting.key + "," + setting.value;
+}
+
+std::string indented(const std::string& text) {
+    std::string out = "    ";
+    for (const char c : text) {
+        out += c;
+        if (c == '\n') out += "    ";
+    }
+    while (!out.empty() && (out.back() == ' ' || out.back() == '\n')) out.pop_back();
+    return out;
+}
+
+// What a simulation changes in the process, restored when it ends: the clock, the node
+// directory, the log receiver, the trace receiver and the library's log switches.
+class Session {
+  public:
+    Session(const Scenario& scenario_, const RunOptions& options, int refreshRate_Hz)
+        : scenario(scenario_),
+          nodes(options.nodeDirectory),
+          trace(std::make_unique<TraceRecorder>(options.frameDetail)),
+          savedLevel(Basics::Log::LogLevel()),
+          savedDebug(Basics::Log::IsDebug()) {
+        log.SetStampWithVirtualTime(true);
+        trace->Activate();
+        trace->SetTrack(TraceTrack::Host);
+        manager = std::make_unique<FpsManager>(scenario.pid, refreshRate_Hz);
+        try {
+            applyInitialSettings();
+        } catch (...) {
+            manager->OnPause();
+            throw;
+        }
+    }
+
+    ~Session() {
+        quillet.reset();
+        if (manager) manager->OnPause();
+        if (trace) trace->Deactivate();
+        Basics::Log::SetLogLevel(savedLevel);
+        Basics::Log::SetDebug(savedDebug);
+    }
+
+    // The host pauses a manager before destroying it, so that the settings center forgets
+    // the actions that point into it.
+    void End(RunResult& result) {
+        nodes.CountWrites();
+        result.efpsMaxWrites = nodes.Writes("efps_max");
+        result.eglBufWrites = nodes.Writes("egl_buf");
+        trace->SetTrack(TraceTrack::Render);
+        quillet.reset();
+        trace->SetTrack(TraceTrack::Host);
+        manager->OnPause();
+        manager.reset();
+        trace->Deactivate();
+        result.trace = std::move(trace);
+        result.libraryLog = log.Text();
+        result.libraryErrors = log.ErrorCount();
+        result.libraryWarnings = log.WarningCount();
+    }
+
+    // One host tick; with `readEfps`, the EFPS as the manager stated it, which costs the
+    // formatting of every DEBUG message of the tick.
+    std::optional<int> Tick(const SYS_INFO& info, int ofps, int refreshRate_Hz, bool readEfps) {
+        trace->SetTrack(TraceTrack::Host);
+        const int level = Basics::Log::LogLevel();
+        log.SetVisibleLevel(level);
+        log.ClearEfps();
+        if (readEfps) Basics::Log::SetLogLevel(std::max(level, kLevelShowingEfps));
+        manager->Update(info, ofps, refreshRate_Hz);
+        manager->PostUpdate();
+        Basics::Log::SetLogLevel(level);
+        return log.Efps();
+    }
+
+    void ApplySettings(const SettingList& settings) {
+        trace->SetTrack(TraceTrack::Host);
+        log.SetVisibleLevel(Basics::Log::LogLevel());
+        manager->OnUserSettingParameters(std::make_shared<const SettingList>(settings));
+    }
+
+    std::string NodeText() const { return nodes.Read("efps_max"); }
+
+    const Scenario& scenario;
+    VirtualClock clock;
+    LibraryLog log;
+    NodeDirectory nodes;
+    std::unique_ptr<TraceRecorder> trace;
+    std::unique_ptr<FpsManager> manager;
+    std::unique_ptr<Quillet> quillet;
+
+  private:
+    // One record at a time, so that a refusal names the line it came from.
+    void applyInitialSettings() {
+        for (size_t i = 0; i < scenario.settings.size(); ++i) {
+            const size_t errorsBefore = log.ErrorCount();
+            ApplySettings({scenario.settings[i]});
+            if (log.ErrorCount() > errorsBefore) {
+                throw InputError(scenario.settingPlaces[i] + ": the library refused '" +
+                                 describe(scenario.settings[i]) + "':\n" +
+                                 indented(log.Error(errorsBefore)));
+            }
+        }
+    }
+
+    int savedLevel;
+    bool savedDebug;
+};
+
+class ClosedLoop {
+  public:
+    ClosedLoop(const Scenario& scenario_, const RunOptions& options_)
+        : scenario(scenario_),
+          options(options_),
+          session(scenario_, options_, scenario_.refreshRate_Hz),
+          game(scenario_.game, scenario_.refreshRate_Hz, DeriveSeed(scenario_.seed, kGameStream)),
+          device(scenario_.device, DeriveSeed(scenario_.seed, kDeviceStream)),
+          sleepRandom(DeriveSeed(scenario_.seed, kSleepStream)),
+          duration_ns(secondsToNs(scenario_.duration_s)),
+          row_ns(scenario_.tickEveryFrame ? kSecond_ns : secondsToNs(scenario_.tick_s)),
+          nextRow_ns(row_ns),
+          minFramePeriod_ns(millisecondsToNs(game.MinFramePeriodMs())),
+          sensorPeriod_ns(secondsToNs(scenario_.device.sensorPeriod_s)) {
+        session.trace->SetHostAtFrameRate(scenario.tickEveryFrame);
+        createQuillet();
+    }
+
+    RunResult Run() {
+        std::int64_t now = 0;
+        size_t nextEvent = 0;
+        const std::vector<ScenarioEvent>& events = scenario.events;
+        while (now < duration_ns) {
+            while (nextEvent < events.size() && secondsToNs(events[nextEvent].at_s) <= now) {
+                const ScenarioEvent& event = events[nextEvent++];
+                if (event.type == EventType::Pause) {
+                    now = sitOutPause(now, nextEvent);
+                } else if (event.type == EventType::Settings) {
+                    session.ApplySettings(event.settings);
+                }
+            }
+            if (now >= duration_ns) break;
+            now = frame(now);
+        }
+        advance(duration_ns);
+
+        result.simulated_s = scenario.duration_s;
+        result.running_s = scenario.duration_s - nsToSeconds(paused_ns);
+        session.End(result);
+        return std::move(result);
+    }
+
+  private:
+    static constexpr std::int64_t kSecond_ns = 1'000'000'000;
+
+    // A second of the timeline whose frames are known but whose row waits for the host tick
+    // that ends the frame crossing into the next second.
+    struct PendingRow {
+        std::int64_t time_ns;
+        std::vector<float> frames_ms;
+    };
+
+    std::int64_t frame(std::int64_t start) {
+        session.trace->SetTrack(TraceTrack::Render);
+        session.quillet->Update(target, scenario.refreshRate_Hz, scenario.refreshRate_Hz);
+        const double work_ms = game.NextWorkMs(nsToSeconds(start));
+        const std::int64_t workDone = start + millisecondsToNs(work_ms);
+        advance(workDone);
+
+        session.trace->SetTrack(TraceTrack::Render);
+        const float sleep_ms = session.quillet->CalculateSleepDuration_ms();
+        // Each write must be taken in before the next one, or the kernel merges the two.
+        session.nodes.CountWrites();
+        const std::int64_t slept =
+            sleep_ms > 0.0f ? millisecondsToNs(sleep_ms + sleepRandom.Uniform(kLeastOversleep_ms,
+                                                                              kMostOversleep_ms))
+                            : 0;
+        const std::int64_t end = std::max(workDone + slept, start + minFramePeriod_ns);
+        advance(std::min(end, duration_ns));
+        if (end > duration_ns) return duration_ns;
+
+        session.trace->SetTrack(TraceTrack::Render);
+        session.quillet->PostUpdate();
+        const auto length_ms = static_cast<float>(static_cast<double>(end - start) / 1e6);
+        secondFrames_ms.push_back(length_ms);
+        result.frameLengths_ms.push_back(length_ms);
+        periodWork_ms += work_ms;
+        device.AddFrame(game.RelativeWork(work_ms));
+        if (scenario.tickEveryFrame) tickAfterFrame(end, work_ms / (length_ms > 0 ? length_ms : 1));
+        return end;
+    }
+
+    // The game is in the background: no frames and no ticks of the manager until it resumes,
+    // while the device cools and settings may still arrive.
+    std::int64_t sitOutPause(std::int64_t start, size_t& nextEvent) {
+        session.trace->SetTrack(TraceTrack::Render);
+        session.quillet.reset();  // the surface goes away with the game
+        session.trace->SetTrack(TraceTrack::Host);
+        session.manager->OnPause();
+        session.nodes.CountWrites();
+        paused = true;
+        readTarget(start);
+        flushPendingRows(read(start, 0.0));
+
+        std::int64_t resumed = duration_ns;
+        while (nextEvent < scenario.events.size()) {
+            const ScenarioEvent& event = scenario.events[nextEvent++];
+            const std::int64_t at = std::max(secondsToNs(event.at_s), start);
+            advance(at);
+            if (event.type == EventType::Resume) {
+                resumed = at;
+                break;
+            }
+            if (event.type == EventType::Settings) session.ApplySettings(event.settings);
+        }
+        advance(resumed);
+        paused_ns += resumed - start;
+        recentFrameEnds_ns.clear();
+        if (resumed >= duration_ns) return duration_ns;
+
+        session.manager->OnResume(scenario.pid);
+        createQuillet();
+        paused = false;
+        runningSince_ns = resumed;
+        return resumed;
+    }
+
+    void createQuillet() {
+        session.trace->SetTrack(TraceTrack::Render);
+        session.quillet = std::make_unique<Quillet>();
+        session.nodes.CountWrites();
+    }
+
+    // Passes the row times (and with a periodic host its ticks) due up to that time, then
+    // moves the clock there.
+    void advance(std::int64_t time) {
+        while (nextRow_ns <= time && nextRow_ns <= duration_ns) {
+            session.clock.Set(nextRow_ns);
+            if (!scenario.tickEveryFrame) {
+                periodicTick(nextRow_ns);
+            } else if (paused) {
+                pausedRow(nextRow_ns);
+            } else {
+                pendingRows.push_back({nextRow_ns, std::move(secondFrames_ms)});
+                secondFrames_ms.clear();
+            }
+            nextRow_ns += row_ns;
+        }
+        session.clock.Set(time);
+    }
+
+    struct Readings {
+        SYS_INFO info{};
+        double temperature_C = 0.0;
+        double current_mA = 0.0;
+    };
+
+    // The device moves on continuously; its sensors are read only once per sensor period and
+    // held in between, as a host polls them.
+    Readings read(std::int64_t time, double busyShare) {
+        device.Advance(nsToSeconds(time - deviceTime_ns), paused);
+        deviceTime_ns = time;
+        if (!sensorsRead || time - sensorsRead_ns >= sensorPeriod_ns) {
+            sensors.info.electricCurrent_uA = device.ReadCurrent_uA();
+            sensors.info.temperature_mC = device.ReadTemperature_mC();
+            sensors.temperature_C = sensors.info.temperature_mC / 1000.0;
+            sensors.current_mA = sensors.info.electricCurrent_uA / 1000.0;
+            sensorsRead = true;
+            sensorsRead_ns = time;
+        }
+        Readings readings = sensors;
+        const auto cpu = game.CpuReadings(busyShare);
+        std::copy(cpu.begin(), cpu.end(), readings.info.cpuUtils);
+        return readings;
+    }
+
+    void periodicTick(std::int64_t time) {
+        const Readings readings = read(time, periodWork_ms / (scenario.tick_s * 1000.0));
+        periodWork_ms = 0.0;
+        TimelineRow row;
+        if (!paused) {
+            row.ofps = static_cast<int>(
+                std::llround(static_cast<double>(secondFrames_ms.size()) / scenario.tick_s));
+            row.efps = session.Tick(readings.info, row.ofps, scenario.refreshRate_Hz, true);
+            row.frames = ComputeFrameStats(secondFrames_ms);
+            session.nodes.CountWrites();
+        }
+        secondFrames_ms.clear();
+        addRow(time, readings, std::move(row));
+    }
+
+    void pausedRow(std::int64_t time) {
+        const Readings readings = read(time, 0.0);
+        addRow(time, readings, TimelineRow());
+    }
+
+    // The host's tick at the end of every frame, with the frames of the last second as OFPS.
+    // It measures whole seconds, so it starts ticking one second after the game (re)starts.
+    void tickAfterFrame(std::int64_t end, double busyShare) {
+        recentFrameEnds_ns.push_back(end);
+        while (recentFrameEnds_ns.front() <= end - kSecond_ns) recentFrameEnds_ns.pop_front();
+        const Readings readings = read(end, busyShare);
+        if (end - runningSince_ns < kSecond_ns) {
+            flushPendingRows(readings);
+            return;
+        }
+        const int ofps = static_cast<int>(recentFrameEnds_ns.size());
+        const bool rowDue = !pendingRows.empty();
+        const std::optional<int> efps =
+            session.Tick(readings.info, ofps, scenario.refreshRate_Hz, rowDue);
+        session.nodes.CountWrites();
+        const std::optional<std::uint64_t> writes = session.nodes.Writes("efps_max");
+        if (!writes || *writes != efpsMaxWritesSeen) {
+            efpsMaxWritesSeen = writes.value_or(0);
+            readTarget(end);
+        }
+        for (PendingRow& pending : pendingRows) {
+            TimelineRow row;
+            row.ofps = ofps;
+            row.efps = efps;
+            row.frames = ComputeFrameStats(std::move(pending.frames_ms));
+            addRow(pending.time_ns, readings, std::move(row));
+        }
+        pendingRows.clear();
+    }
+
+    // Rows with no tick to wait for (the game stops, or the host is still measuring) get the
+    // state as it is.
+    void flushPendingRows(const Readings& readings) {
+        for (PendingRow& pending : pendingRows) {
+            TimelineRow row;
+            row.ofps = static_cast<int>(pending.frames_ms.size());
+            row.frames = ComputeFrameStats(std::move(pending.frames_ms));
+            addRow(pending.time_ns, readings, std::move(row));
+        }
+        pendingRows.clear();
+    }
+
+    void addRow(std::int64_t time, const Readings& readings, TimelineRow row) {
+        row.time_s = nsToSeconds(time);
+        row.paused = paused;
+        row.temperature_C = readings.temperature_C;
+        row.current_mA = readings.current_mA;
+        row.gfps = session.manager->GetGFPS();
+        row.sfps = session.manager->GetSFPS();
+        row.node = scenario.tickEveryFrame ? nodeText : readTarget(time);
+        session.trace->ModelCounter("temperature (\u00b0C)", time, row.temperature_C);
+        session.trace->ModelCounter("current (mA)", time, row.current_mA);
+        session.trace->ModelCounter("OFPS", time, row.ofps);
+        result.rows.push_back(std::move(row));
+        if (options.progress) options.progress(nsToSeconds(time));
+    }
+
+    // The pacing target is whatever the node says; returns the node's text.
+    const std::string& readTarget(std::int64_t time) {
+        nodeText = session.NodeText();
+        const int sfps = SfpsOfNodeText(nodeText);
+        if (sfps != target) {
+            target = sfps;
+            session.trace->MarkTargetChange(time);
+        }
+        return nodeText;
+    }
+
+    const Scenario& scenario;
+    const RunOptions& options;
+    Session session;
+    GameModel game;
+    DeviceModel device;
+    Random sleepRandom;
+    const std::int64_t duration_ns;
+    const std::int64_t row_ns;
+    std::int64_t nextRow_ns;
+    const std::int64_t minFramePeriod_ns;
+    const std::int64_t sensorPeriod_ns;
+
+    bool paused = false;
+    Readings sensors;
+    bool sensorsRead = false;
+    std::int64_t sensorsRead_ns = 0;
+    std::int64_t paused_ns = 0;
+    std::int64_t deviceTime_ns = 0;
+    std::int64_t runningSince_ns = 0;
+    int target = -1;
+    std::string nodeText;
+    std::uint64_t efpsMaxWritesSeen = 0;
+    std::vector<float> secondFrames_ms;
+    double periodWork_ms = 0.0;
+    std::deque<std::int64_t> recentFrameEnds_ns;
+    std::vector<PendingRow> pendingRows;
+    RunResult result;
+};
+
+}  // namespace
+
+int SfpsOfNodeText(const std::string& text) {
+    const size_t first = text.find(',');
+    const size_t second = first == std::string::npos ? first : text.find(',', first + 1);
+    if (second == std::string::npos) return -1;
+    const std::string field = text.substr(first + 1, second - first - 1);
+    char* end = nullptr;
+    const long value = std::strtol(field.c_str(), &end, 10);
+    if (field.empty() || *end != '\0') return -1;
+    return static_cast<int>(value);
+}
+
+RunResult RunClosedLoop(const Scenario& scenario, const RunOptions& options) {
+    return ClosedLoop(scenario, options).Run();
+}
+
+RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& ticks,
+                    const RunOptions& options) {
+    RunResult result;
+    if (ticks.empty()) return result;
+    Session session(scenario, options, ticks.front().refreshRate_Hz);
+    size_t nextEvent = 0;
+    for (const ReplayTick& tick : ticks) {
+        const std::int64_t time = secondsToNs(tick.time_s);
+        while (nextEvent < scenario.events.size() &&
+               secondsToNs(scenario.events[nextEvent].at_s) <= time) {
+            const ScenarioEvent& event = scenario.events[nextEvent++];
+            if (event.type == EventType::Settings) {
+                session.clock.Set(secondsToNs(event.at_s));
+                session.ApplySettings(event.settings);
+            }
+        }
+        session.clock.Set(time);
+        SYS_INFO info{};
+        info.electricCurrent_uA = tick.current_uA;
+        info.temperature_mC = tick.temperature_mC;
+        std::copy(tick.cpuUtils.begin(), tick.cpuUtils.end(), info.cpuUtils);
+
+        TimelineRow row;
+        row.time_s = tick.time_s;
+        row.temperature_C = tick.temperature_mC / 1000.0;
+        row.current_mA = tick.current_uA / 1000.0;
+        row.ofps = tick.ofps;
+        row.efps = session.Tick(info, tick.ofps, tick.refreshRate_Hz, true);
+        row.gfps = session.manager->GetGFPS();
+        row.sfps = session.manager->GetSFPS();
+        row.node = session.NodeText();
+        session.nodes.CountWrites();
+        session.trace->ModelCounter("temperature (\u00b0C)", time, row.temperature_C);
+        session.trace->ModelCounter("current (mA)", time, row.current_mA);
+        session.trace->ModelCounter("OFPS", time, row.ofps);
+        if (options.progress) options.progress(row.time_s);
+        result.rows.push_back(std::move(row));
+    }
+    result.simulated_s = ticks.back().time_s - ticks.front().time_s;
+    result.running_s = result.simulated_s;
+    session.End(result);
+    return result;
+}
+
+}  // namespace TalvexSim

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/sim/ReplayLog.h"
+#include "tools/sim/Scenario.h"
+#include "tools/sim/Timeline.h"
+#include "tools/sim/TraceRecorder.h"
+
+namespace TalvexSim {
+
+struct RunOptions {
+    FrameDetail frameDetail = FrameDetail::AroundChanges;
+    std::string nodeDirectory;  // empty: a fresh temporary directory, removed afterwards
+    std::function<void(double simulated_s)> progress;
+};
+
+struct RunResult {
+    std::vector<TimelineRow> rows;
+    std::vector<float> frameLengths_ms;  // every frame, as the game saw it
+    double running_s = 0.0;              // simulated time not paused
+    double simulated_s = 0.0;
+    std::optional<std::uint64_t> efpsMaxWrites;
+    std::optional<std::uint64_t> eglBufWrites;
+    std::unique_ptr<TraceRecorder> trace;
+    std::string libraryLog;
+    size_t libraryErrors = 0;
+    size_t libraryWarnings = 0;
+};
+
+// A game session in one closed loop on virtual time: the game and device models produce frames
+// and readings; once per host tick an FpsManager decides, and the SFPS read back from its node
+// is the target a Quillet paces every following frame to. Throws InputError, naming where the
+// setting was written, when the library refuses one of the scenario's settings; nothing has
+// been written anywhere then.
+RunResult RunClosedLoop(const Scenario& scenario, const RunOptions& options);
+
+// A recorded tick log fed to an FpsManager in open loop, with the scenario's PID and settings
+// (its configuration and settings events); the log's own readings replace the models.
+RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& ticks,
+                    const RunOptions& options);
+
+// The SFPS field of an efps_max text ("pid,sfps,gfps"); -1 when the text is not of that form.
+int SfpsOfNodeText(const std::string& text);
+
+}  // namespace TalvexSim

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/sim/Timeline.h"
+
+namespace TalvexSim {
+
+// The figures a person tuning the settings looks at first.
+struct Summary {
+    std::optional<double> firstDecrease_s;  // first tick stabilizing below the GFPS
+    std::optional<int> lowestSfps;          // lowest SFPS applied (reported positive)
+    double meanFps = 0.0;                   // frames per running second (replay: mean OFPS)
+    std::optional<FrameStats> frameTimes;   // over every frame of the run
+    double stabilizedShare = 0.0;           // share of running ticks with a positive SFPS
+    std::uint64_t frames = 0;
+    double running_s = 0.0;
+};
+
+Summary Summarize(const std::vector<TimelineRow>& rows, const std::vector<float>& frameLengths_ms,
+                  double running_s);
+
+// What the summary block on standard output says besides the figures.
+struct SummaryContext {
+    std::string scenario;
+    std::uint64_t seed = 0;
+    std::string replayFile;  // empty for a closed-loop run
+    double simulated_s = 0.0;
+    double wall_s = 0.0;
+    std::optional<std::uint64_t> efpsMaxWrites;
+    std::optional<std::uint64_t> eglBufWrites;
+    size_t libraryErrors = 0;
+    size_t libraryWarnings = 0;
+    std::string outputDirectory;
+    std::vector<std::string> outputFiles;
+};
+
+std::string FormatSummary(const Summary& summary, const SummaryContext& context);
+
+}  // namespace TalvexSim

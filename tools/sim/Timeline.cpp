@@ -1,0 +1,62 @@
+#include "tools/sim/Timeline.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+
+namespace TalvexSim {
+namespace {
+
+std::string fixed(double value, int decimals) {
+    char text[48];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    return text;
+}
+
+std::string quoted(const std::string& text) {
+    std::string cell = "\"";
+    for (const char c : text) {
+        if (c == '"') cell += '"';
+        cell += c;
+    }
+    return cell + "\"";
+}
+
+double nearestRank(const std::vector<float>& sorted, double percent) {
+    const auto rank = static_cast<size_t>(std::ceil(percent / 100.0 * sorted.size()));
+    return sorted[std::max<size_t>(rank, 1) - 1];
+}
+
+}  // namespace
+
+std::optional<FrameStats> ComputeFrameStats(std::vector<float> lengths_ms) {
+    if (lengths_ms.empty()) return std::nullopt;
+    std::sort(lengths_ms.begin(), lengths_ms.end());
+    double sum = 0.0;
+    for (const float length : lengths_ms) sum += length;
+    FrameStats stats;
+    stats.mean_ms = sum / static_cast<double>(lengths_ms.size());
+    stats.p50_ms = nearestRank(lengths_ms, 50.0);
+    stats.p99_ms = nearestRank(lengths_ms, 99.0);
+    return stats;
+}
+
+void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows) {
+    out << "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,"
+           "frame_ms_mean,frame_ms_p50,frame_ms_p99\n";
+    for (const TimelineRow& row : rows) {
+        out << fixed(row.time_s, 3) << ',' << (row.paused ? 1 : 0) << ','
+            << fixed(row.temperature_C, 3) << ',' << fixed(row.current_mA, 3) << ',' << row.ofps
+            << ',' << (row.efps ? std::to_string(*row.efps) : "") << ',' << row.gfps << ','
+            << row.sfps << ',' << quoted(row.node) << ',';
+        if (row.frames) {
+            out << fixed(row.frames->mean_ms, 3) << ',' << fixed(row.frames->p50_ms, 3) << ','
+                << fixed(row.frames->p99_ms, 3);
+        } else {
+            out << ",,";
+        }
+        out << '\n';
+    }
+}
+
+}  // namespace TalvexSim
