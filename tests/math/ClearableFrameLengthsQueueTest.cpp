@@ -1,7 +1,10 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "AllocationCounter.h"
 #include "talvex/math/ClearableFrameLengthsQueue.h"
@@ -10,92 +13,76 @@ namespace {
 
 using Math::ClearableFrameLengthsQueue;
 
-void feed(ClearableFrameLengthsQueue& queue, int count, float frameLength_s, float fps) {
-    for (int i = 0; i < count; ++i) queue.Update(frameLength_s, fps);
-}
-
-TEST(ClearableFrameLengthsQueue, DumpRowsShowConstructionResetAndFirstFrame) {
+TEST(ClearableFrameLengthsQueue, DumpRowsShowConstructionFirstFrameAndReset) {
     EXPECT_EQ(ClearableFrameLengthsQueue::GetDumpedFileHeader(),
               "quota_count,quota_avgFPS,quota_minAvgFPS,quota_maxFrameLength");
     EXPECT_EQ(ClearableFrameLengthsQueue::GetDumpedFileEmptyContent(), "-1,nan,nan,nan");
-
-    ClearableFrameLengthsQueue fresh;
-    EXPECT_EQ(fresh.GetDumpedFileInfo(), "0,nan,inf,-1000");
-    EXPECT_TRUE(fresh.IsReady());
-    EXPECT_EQ(fresh.GetEncryptedInfo(), 0);
-
-    ClearableFrameLengthsQueue first;
-    first.Update(1.0f / 60, 60.0f);
-    EXPECT_EQ(first.GetDumpedFileInfo(), "1,60,inf,-1000");
-
-    fresh.Reset();
-    EXPECT_EQ(fresh.GetDumpedFileInfo(), "0,0,inf,0");
-
-    char row[8];  // too short: cut like snprintf, the full length returned
-    EXPECT_EQ(first.FormatDumpedFileInfo(row, sizeof(row)), 14);
-    EXPECT_EQ(std::string(row), "1,60,in");
-}
-
-TEST(ClearableFrameLengthsQueue, ClearsAfterTenFramesOnTarget) {
     ClearableFrameLengthsQueue queue;
-    feed(queue, 9, 1.0f / 60, 60.0f);
-    EXPECT_EQ(queue.GetQuotaCounts(), 9u);
+    EXPECT_EQ(queue.GetDumpedFileInfo(), "0,nan,inf,-1000");
+    EXPECT_TRUE(queue.IsReady());
     queue.Update(1.0f / 60, 60.0f);
-    EXPECT_EQ(queue.GetQuotaCounts(), 0u);
-    EXPECT_EQ(queue.GetQuota(), 0.0f);
+    EXPECT_EQ(queue.GetDumpedFileInfo(), "1,60,inf,-1000");
+    char row[8];  // too short: cut as snprintf cuts, the full length returned
+    EXPECT_EQ(queue.FormatDumpedFileInfo(row, sizeof(row)), 14);
+    EXPECT_EQ(std::string(row), "1,60,in");
+    queue.Reset();
     EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0,inf,0");
 }
 
-TEST(ClearableFrameLengthsQueue, SteadyDropNeverClears) {
-    ClearableFrameLengthsQueue queue;
-    feed(queue, 3, 0.02f, 60.0f);
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "3,50,50,20");
-    for (uint32_t frame = 4; frame <= 300; ++frame) {
-        queue.Update(0.02f, 60.0f);
-        ASSERT_EQ(queue.GetQuotaCounts(), frame);
+// Feeds runs of equal frames and checks the frame that cleared the window (0: none)
+// and the dump row of the frame before it (or of the last frame).
+TEST(ClearableFrameLengthsQueue, ClearingRules) {
+    struct Row {
+        const char* story;
+        std::vector<std::pair<int, float>> runs;
+        float fps;
+        int clearedAt;
+        std::string rowBefore;  // its ending
+    } rows[] = {
+        {"on target", {{20, 1.0f / 60}}, 60, 10, "9,60,inf,-1000"},
+        // The bounds follow the exact rate, the average rate the truncated one.
+        {"on target at 59.9", {{20, 1.0f / 59.9f}}, 59.9f, 10, "9,59,inf,-1000"},
+        // The expiry test that follows sees the cleared window, not the ten frames.
+        {"on target at 20", {{20, 0.05f}}, 20, 10, "9,20,inf,-1000"},
+        {"within half a frame below", {{20, 1.0f / 59.55f}}, 60, 10, "9,59.55,inf,-1000"},
+        {"within half a frame above", {{20, 1.0f / 60.45f}}, 60, 10, "9,60.45,inf,-1000"},
+        {"55 FPS: not more than 5 below", {{40, 1.0f / 55}}, 60, 30, "29,55,inf,-1000"},
+        {"steady 50 FPS", {{300, 0.02f}}, 60, 0, "300,50,50,20"},
+        {"57 FPS: neither", {{40, 1.0f / 57}}, 60, 30, "29,57,inf,-1000"},
+        {"expiry from the last drop", {{5, 0.02f}, {40, 1.0f / 57}}, 60, 35, ",50,20"},
+        {"a longer frame moves it",
+         {{5, 0.02f}, {10, 1.0f / 57}, {1, 0.025f}, {40, 1.0f / 57}},
+         60,
+         46,
+         ",50,25"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.story);
+        struct CountingQueue : ClearableFrameLengthsQueue {
+            void Reset() override {  // the window is cleared through the virtual Reset
+                ++resets;
+                ClearableFrameLengthsQueue::Reset();
+            }
+            int resets = 0;
+        } queue;
+        int frame = 0;
+        std::string before;
+        for (const auto& [count, frameLength_s] : row.runs) {
+            for (int i = 0; i < count && queue.resets == 0; ++i, ++frame) {
+                before = queue.GetDumpedFileInfo();
+                queue.Update(frameLength_s, row.fps);
+            }
+        }
+        const int clearedAt = queue.resets > 0 ? frame : 0;
+        if (clearedAt == 0) before = queue.GetDumpedFileInfo();
+        EXPECT_EQ(clearedAt, row.clearedAt);
+        EXPECT_LE(queue.resets, 1);
+        EXPECT_THAT(before, ::testing::EndsWith(row.rowBefore));
+        EXPECT_NEAR(queue.GetQuota(), clearedAt != 0 ? 0.0 : 300 * (1.0 / 60 - 0.02), 1e-4);
     }
-    EXPECT_NEAR(queue.GetQuota(), 300 * (1.0 / 60 - 0.02), 1e-4);
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "300,50,50,20");
-    EXPECT_EQ(queue.GetEncryptedInfo(), 0);
 }
 
-TEST(ClearableFrameLengthsQueue, SlightlySlowWindowExpiresAfterHalfASecond) {
-    // 57 FPS against 60: neither on target nor a drop of more than 5 FPS.
-    ClearableFrameLengthsQueue queue;
-    feed(queue, 29, 1.0f / 57, 60.0f);
-    EXPECT_EQ(queue.GetQuotaCounts(), 29u);
-    EXPECT_NEAR(queue.GetQuota(), 29 * (1.0 / 60 - 1.0 / 57), 1e-6);
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "29,57,inf,-1000");
-    queue.Update(1.0f / 57, 60.0f);
-    EXPECT_EQ(queue.GetQuotaCounts(), 0u);
-    EXPECT_EQ(queue.GetQuota(), 0.0f);
-}
-
-TEST(ClearableFrameLengthsQueue, ExpiryCountsFromTheLastRecordedDrop) {
-    ClearableFrameLengthsQueue queue;
-    feed(queue, 5, 0.02f, 60.0f);  // each one a new low or as long as the longest: worst at 5
-    // Recovering frames at 57 FPS keep the average between the drop and the target.
-    feed(queue, 29, 1.0f / 57, 60.0f);
-    EXPECT_EQ(queue.GetQuotaCounts(), 34u);
-    EXPECT_EQ(queue.GetDumpedFileInfo().substr(0, 3), "34,");
-    queue.Update(1.0f / 57, 60.0f);  // 5 + 60 / 2
-    EXPECT_EQ(queue.GetQuotaCounts(), 0u);
-}
-
-TEST(ClearableFrameLengthsQueue, LongerFrameDuringADropMovesTheExpiry) {
-    ClearableFrameLengthsQueue queue;
-    feed(queue, 5, 0.02f, 60.0f);
-    feed(queue, 10, 1.0f / 57, 60.0f);
-    queue.Update(0.025f, 60.0f);  // average still above 50: not a new low, but the longest
-    EXPECT_EQ(queue.GetDumpedFileInfo().substr(0, 3), "16,");
-    EXPECT_NE(queue.GetDumpedFileInfo().find(",50,25"), std::string::npos);
-    feed(queue, 29, 1.0f / 57, 60.0f);
-    EXPECT_EQ(queue.GetQuotaCounts(), 45u);
-    queue.Update(1.0f / 57, 60.0f);  // 16 + 30
-    EXPECT_EQ(queue.GetQuotaCounts(), 0u);
-}
-
-TEST(ClearableFrameLengthsQueue, RejectedFramesStillLeaveTheirTraces) {
+TEST(ClearableFrameLengthsQueue, RejectedFramesStillSetTheLengthAndRate) {
     ClearableFrameLengthsQueue queue;
     queue.Update(0.016f, 60.0f);
     queue.Update(-1.0f, 60.0f);
@@ -105,42 +92,25 @@ TEST(ClearableFrameLengthsQueue, RejectedFramesStillLeaveTheirTraces) {
               "\t EFPS = 60\n"
               "\t currentFrameLength = -1\n"
               "\t totalQuota_s = 0.000666666\n");  // 1/60 - 0.016f, in double
-
     queue.Update(0.0183f, 60.0f);
     EXPECT_TRUE(queue.IsLastFrameLong(5.0f));
-    EXPECT_FALSE(queue.IsLastFrameLong(10.0f));  // 1/50
-
+    EXPECT_FALSE(queue.IsLastFrameLong(10.0f));
+    queue.Update(0.0183f, std::numeric_limits<float>::quiet_NaN());
+    EXPECT_FALSE(queue.IsLastFrameLong(5.0f));
     queue.Update(0.016f, 0.0f);
     EXPECT_EQ(queue.GetQuotaCounts(), 2u);
-    EXPECT_FALSE(queue.IsLastFrameLong(5.0f));
-    EXPECT_NE(queue.GetDebugInfo().find("\t EFPS = 0\n"), std::string::npos);
-
-    queue.Update(0.016f, std::numeric_limits<float>::quiet_NaN());
-    EXPECT_EQ(queue.GetQuotaCounts(), 2u);
-    EXPECT_NE(queue.GetDebugInfo().find("\t EFPS = 0\n"), std::string::npos);
+    EXPECT_NE(queue.GetDebugInfo().find("\t EFPS = 0\n\t currentFrameLength = 0.016\n"),
+              std::string::npos);
+    EXPECT_EQ(queue.GetEncryptedInfo(), 0);
 }
 
 TEST(ClearableFrameLengthsQueue, FastestRateBoundsAReasonableFrame) {
     ClearableFrameLengthsQueue queue;
-    EXPECT_TRUE(queue.isFrameLengthReasonable(1.0f, 1.0f));
-    EXPECT_FALSE(queue.isFrameLengthReasonable(1.001f, 1.0f));
     EXPECT_TRUE(queue.isFrameLengthReasonable(0.0166f, 60.0f));  // 1 - 59/60
     EXPECT_FALSE(queue.isFrameLengthReasonable(0.0167f, 60.0f));
     queue.SetFastestFPS(120.0f);
     EXPECT_TRUE(queue.isFrameLengthReasonable(0.5f, 61.0f));  // 1 - 60/120
     EXPECT_FALSE(queue.isFrameLengthReasonable(0.501f, 61.0f));
-}
-
-TEST(ClearableFrameLengthsQueue, ClearsThroughAnOverridingReset) {
-    struct CountingQueue : ClearableFrameLengthsQueue {
-        void Reset() override {
-            ++resets;
-            ClearableFrameLengthsQueue::Reset();
-        }
-        int resets = 0;
-    } queue;
-    feed(queue, 10, 1.0f / 60, 60.0f);
-    EXPECT_EQ(queue.resets, 1);
 }
 
 TEST(ClearableFrameLengthsQueue, FeedingAFrameAllocatesNothing) {
@@ -150,8 +120,6 @@ TEST(ClearableFrameLengthsQueue, FeedingAFrameAllocatesNothing) {
     for (int frame = 0; frame < 1000; ++frame) {
         queue.SetFastestFPS(60.0f);
         queue.Update(frame % 5 == 0 ? 0.03f : 0.016f, 60.0f);
-        (void)queue.GetQuota();
-        (void)queue.GetQuotaCounts();
         queue.FormatDumpedFileInfo(row, sizeof(row));
     }
     EXPECT_EQ(allocations.Count(), 0u);

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "talvex/math/HalfSecondFrameLengthsQueue.h"
 
 namespace {
@@ -7,22 +9,37 @@ namespace {
 using Math::HalfSecondFrameLengthsQueue;
 
 TEST(HalfSecondFrameLengthsQueue, SpanEndsAtHalfASecond) {
+    EXPECT_EQ(HalfSecondFrameLengthsQueue::GetDumpedFileHeader(),
+              "egl_quota_nFrames,egl_quota_frameSum");
+    EXPECT_EQ(HalfSecondFrameLengthsQueue::GetDumpedFileEmptyContent(), "nan,nan");
     HalfSecondFrameLengthsQueue queue;
+    EXPECT_TRUE(queue.IsReady());
     for (int frame = 1; frame <= 29; ++frame) queue.Update(1.0f / 60, 60.0f);
+    queue.Update(-0.02f, 60.0f);
+    queue.Update(0.02f, 0.0f);
     EXPECT_EQ(queue.GetDumpedFileInfo(), "29,0.483334");
     EXPECT_TRUE(queue.IsLastFrameLong(-30.0f));
     queue.Update(1.0f / 60, 60.0f);  // brings the float sum to 0.5000002
     EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0");
     EXPECT_EQ(queue.GetQuota(), 0.0f);
-    EXPECT_FALSE(queue.IsLastFrameLong(-30.0f));  // the span has no target any more
-    queue.Update(0.02f, 60.0f);
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "1,0.02");
+    EXPECT_FALSE(queue.IsLastFrameLong(-30.0f));  // no target after the reset
+    EXPECT_EQ(queue.GetEncryptedInfo(), 0);
+    queue.Update(0.25f, 4.0f);
+    queue.Update(0.25f, 4.0f);  // exactly half a second ends the span too
+    EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0");
 }
 
 TEST(HalfSecondFrameLengthsQueue, LongFrameRestartsTheSpanAndCountsInIt) {
-    HalfSecondFrameLengthsQueue queue;
+    struct CountingQueue : HalfSecondFrameLengthsQueue {
+        void Reset() override {  // spans restart through the virtual Reset
+            ++resets;
+            HalfSecondFrameLengthsQueue::Reset();
+        }
+        int resets = 0;
+    } queue;
     for (int frame = 0; frame < 10; ++frame) queue.Update(1.0f / 60, 60.0f);
     queue.Update(0.04f, 60.0f);
+    EXPECT_EQ(queue.resets, 1);
     EXPECT_EQ(queue.GetDumpedFileInfo(), "1,0.04");
     EXPECT_NEAR(queue.GetQuota(), 1.0f / 60 - 0.04f, 1e-7);
     EXPECT_EQ(queue.GetDebugInfo(),
@@ -33,40 +50,21 @@ TEST(HalfSecondFrameLengthsQueue, LongFrameRestartsTheSpanAndCountsInIt) {
               "\t SUM_OF_EXPECTED_PERIODS = 16.6667 (ms)\n"
               "\t quota = -23.3333 (ms)\n"
               "\t lastFrameLength = 40 (ms)\n"
-              "\t MAX_FRAME_LENGTHS_S = 33.3332 (ms)\n");
+              "\t MAX_FRAME_LENGTHS_S = 33.3332 (ms)\n");  // 59 * (-1/60) rounded in float first
+    EXPECT_TRUE(queue.IsLastFrameLong(5.0f));
+    EXPECT_FALSE(queue.IsLastFrameLong(36.0f));  // 1/24
 }
 
 TEST(HalfSecondFrameLengthsQueue, ReasonableFrameFollowsTheFastestRate) {
     HalfSecondFrameLengthsQueue queue;
-    // 59 * (-1/60) rounded in float first.
-    EXPECT_EQ(queue.calculateMaxReasonableFrameLength(60.0f), 0.033333182f);
-    EXPECT_TRUE(queue.isLongFrame(queue.calculateMaxReasonableFrameLength(60.0f), 60.0f));
-    EXPECT_FALSE(queue.isLongFrame(0.033f, 60.0f));
-    EXPECT_FLOAT_EQ(queue.calculateMaxReasonableFrameLength(1.0f), 2.0f);
+    const float limit_s = queue.calculateMaxReasonableFrameLength(60.0f);
+    EXPECT_TRUE(queue.isLongFrame(limit_s, 60.0f));
+    EXPECT_FALSE(queue.isLongFrame(std::nextafter(limit_s, 0.0f), 60.0f));
     queue.SetFastestFPS(120.0f);
     EXPECT_NEAR(queue.calculateMaxReasonableFrameLength(60.0f), 2.0 * (1.0 - 59.0 / 120), 1e-6);
     queue.Update(0.04f, 60.0f);
     queue.Update(0.04f, 60.0f);  // no longer long: the span keeps both
     EXPECT_EQ(queue.GetDumpedFileInfo(), "2,0.08");
-}
-
-TEST(HalfSecondFrameLengthsQueue, IgnoresInvalidFramesAndKeepsNoPackedQuota) {
-    EXPECT_EQ(HalfSecondFrameLengthsQueue::GetDumpedFileHeader(),
-              "egl_quota_nFrames,egl_quota_frameSum");
-    EXPECT_EQ(HalfSecondFrameLengthsQueue::GetDumpedFileEmptyContent(), "nan,nan");
-    HalfSecondFrameLengthsQueue queue;
-    EXPECT_TRUE(queue.IsReady());
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0");
-    queue.Update(0.02f, 60.0f);
-    queue.Update(-0.02f, 60.0f);
-    queue.Update(0.02f, 0.0f);
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "1,0.02");
-    EXPECT_EQ(queue.GetEncryptedInfo(), 0);
-    EXPECT_TRUE(queue.IsLastFrameLong(5.0f));
-    EXPECT_FALSE(queue.IsLastFrameLong(15.0f));  // 1/45
-    queue.Reset();
-    EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0");
-    EXPECT_FALSE(queue.IsLastFrameLong(5.0f));
 }
 
 }  // namespace
