@@ -13,7 +13,6 @@
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::EndsWith;
 using ::testing::StartsWith;
 using UserSettings::UserSetting;
 using Strings = std::vector<std::string>;
@@ -25,14 +24,14 @@ const std::string STD_HEADING = HEADING +
                                 "\t std exception is thrown, this may because the user specified\n"
                                 "\t key or value is invalid.\n\t Exception info:\n---\n";
 
-std::string NotFound(int pid, const UserSetting& s) {
+std::string notFound(int pid, const UserSetting& s) {
     return HEADING + "\t PID: '" + std::to_string(pid) + "'\n\t key: '" + s.key +
            "'\n\t Note:\n\t\t USER_SETTINGS.category = '" + s.category +
            "'\n\t\t USER_SETTINGS.key = '" + s.key + "'\n\t\t USER_SETTINGS.value = '" + s.value +
            "'\n";
 }
 
-std::string Records(int pid, const std::string& entries) {
+std::string records(int pid, const std::string& entries) {
     return RULE + "\t Game: " + std::to_string(pid) + " UserSettings:\n" + DASHES + "\t[\n\t  " +
            entries + "\n\t]\n\n" + RULE;
 }
@@ -44,37 +43,34 @@ class SettingsCenterTest : public ::testing::Test {
         center.ResetForTesting();
         Basics::Log::SetLogLevel(2);
     }
-
-    void Register(const std::string& category, const std::string& key, Strings& received) {
+    void recordInto(const std::string& category, const std::string& key, Strings& received) {
         center.RegisterUserSetting(
             key, [&received](std::string value) { received.push_back(value); }, category);
     }
-
-    // Dispatches and returns the texts of the errors it logged.
-    Strings Apply(const UserSetting& setting) {
+    // Dispatches and returns the texts of every message it logged (all must be errors).
+    Strings apply(const UserSetting& setting) {
         logs.Clear();
-        center.OnUserSettingParameter(setting);
+        EXPECT_NO_THROW(center.OnUserSettingParameter(setting));
         Strings texts;
         for (const auto& m : logs.Find(ANDROID_LOG_ERROR)) texts.push_back(m.text);
+        EXPECT_EQ(texts.size(), logs.Messages().size());
         return texts;
     }
-
-    // Runs a listing and checks that the log got the same text as standard output.
+    // Runs a listing; the log must get the same text as standard output.
     template <typename Print>
-    std::string Listing(Print print) {
+    std::string listing(Print print) {
         logs.Clear();
         ::testing::internal::CaptureStdout();
         print();
         const std::string text = ::testing::internal::GetCapturedStdout();
-        const auto infos = logs.Find(ANDROID_LOG_INFO);
-        EXPECT_TRUE(!infos.empty() && infos.back().text == text);
+        EXPECT_EQ(logs.Find(ANDROID_LOG_INFO).back().text, text);
         return text;
     }
-    std::string RecordsOf(int pid) {
-        return Listing([&] { center.PrintUserSettingRecords(pid); });
+    std::string recordsOf(int pid) {
+        return listing([&] { center.PrintUserSettingRecords(pid); });
     }
-    std::string Candidates() {
-        return Listing([&] { center.PrintUserSettingCandidates(); });
+    std::string candidates() {
+        return listing([&] { center.PrintUserSettingCandidates(); });
     }
 
     UserSettings::UserSettingsCenter& center = UserSettings::UserSettingsCenter::GetInstance();
@@ -84,37 +80,36 @@ class SettingsCenterTest : public ::testing::Test {
 TEST(IsResetCommand, OnlyTheThreeExactNames) {
     for (const char* reset : {"reset", "nan", "NAN"})
         EXPECT_TRUE(UserSettings::IsResetCommand(reset));
-    for (const char* other : {"Reset", "RESET", "NaN", "nan ", " reset", "", "resets"}) {
+    for (const char* other : {"Reset", "NaN", "nan ", "", "resets"}) {
         EXPECT_FALSE(UserSettings::IsResetCommand(other)) << "'" << other << "'";
     }
 }
 
-TEST_F(SettingsCenterTest, RegistrationFollowsTheCurrentPid) {
-    Strings early, replaced, second, first, alsoShared;
-    Register("stabilizer", "gfps", replaced);  // no PID current yet: filed under -1
-    Register("stabilizer", "gfps", early);
-    Register("other", "gfps", alsoShared);
-    EXPECT_THAT(Apply({"stabilizer", "gfps", "30-60"}), ElementsAre());
-    EXPECT_THAT(Apply({"other", "gfps", "40"}), ElementsAre());
-    EXPECT_TRUE(replaced.empty());
+TEST_F(SettingsCenterTest, RegistrationAndDispatchFollowTheCurrentPid) {
+    Strings replaced, early, shared, first;
+    recordInto("stabilizer", "gfps", replaced);  // no PID current yet: filed under -1
+    recordInto("stabilizer", "gfps", early);
+    recordInto("other", "gfps", shared);
+    EXPECT_THAT(apply({"stabilizer", "gfps", "30-60"}), ElementsAre());
+    EXPECT_THAT(apply({"other", "gfps", "40"}), ElementsAre());
+    EXPECT_THAT(apply({"unknown", "gfps", "1"}),
+                ElementsAre(notFound(-1, {"unknown", "gfps", "1"})));
+    EXPECT_EQ(replaced, Strings{});
     EXPECT_EQ(early, Strings{"30-60"});
-    // Records are keyed by key alone.
-    EXPECT_EQ(RecordsOf(-1), Records(-1, "(gfps, 40)"));
+    EXPECT_EQ(recordsOf(-1), records(-1, "(gfps, 40)"));  // keyed by key alone
 
     center.OnCurrentBrainResume(100);
-    Register("c", "k", first);
+    recordInto("c", "k", first);
     center.OnCurrentBrainResume(200);
-    EXPECT_THAT(Apply({"c", "k", "1"}), ElementsAre(NotFound(200, {"c", "k", "1"})));
-    EXPECT_THAT(Apply({"stabilizer", "gfps", "1"}),
-                ElementsAre(NotFound(200, {"stabilizer", "gfps", "1"})));
+    EXPECT_THAT(apply({"c", "k", "1"}), ElementsAre(notFound(200, {"c", "k", "1"})));
     center.OnCurrentBrainResume(100);
-    EXPECT_THAT(Apply({"c", "k", "1"}), ElementsAre());
+    EXPECT_THAT(apply({"c", "k", "1"}), ElementsAre());
     EXPECT_EQ(first, Strings{"1"});
-    EXPECT_EQ(RecordsOf(100), Records(100, "(k, 1)"));
-    EXPECT_THAT(RecordsOf(200), StartsWith(RULE + "\t Game: 200 UserSettings:\n" + DASHES +
+    EXPECT_EQ(recordsOf(100), records(100, "(k, 1)"));
+    EXPECT_THAT(recordsOf(200), StartsWith(RULE + "\t Game: 200 UserSettings:\n" + DASHES +
                                            "Failed to PrintUserSettingRecords due to fallowing "
                                            "error:\n"));
-    EXPECT_THAT(RecordsOf(200), ::testing::Not(EndsWith(RULE)));
+    EXPECT_THAT(recordsOf(200), ::testing::Not(::testing::EndsWith(RULE)));
 }
 
 TEST_F(SettingsCenterTest, EachFailureIsOneErrorAndKeepsTheStoredState) {
@@ -127,116 +122,104 @@ TEST_F(SettingsCenterTest, EachFailureIsOneErrorAndKeepsTheStoredState) {
             accepted.push_back(value);
         },
         "c");
-    center.RegisterUserSetting(
-        "range", [](std::string) { throw std::out_of_range("index"); }, "c");
-    center.RegisterUserSetting(
-        "runtime", [](std::string) { throw std::runtime_error("device gone"); }, "c");
-    center.RegisterUserSetting(
-        "invalid", [](std::string) { throw std::invalid_argument("not a number"); }, "c");
-    center.RegisterUserSetting(
-        "int", [](std::string) { throw 42; }, "c");
+    const auto throwing = [&](const std::string& key, auto exception) {
+        center.RegisterUserSetting(
+            key, [exception](std::string) { throw exception; }, "c");
+    };
+    throwing("range", std::out_of_range("index"));
+    throwing("runtime", std::runtime_error("device gone"));
+    throwing("invalid", std::invalid_argument("not a number"));
+    throwing("int", 42);
     center.RegisterUserSetting("empty", UserSettings::UserSettingAction{}, "c");
-    ASSERT_THAT(Apply({"c", "level", "1"}), ElementsAre());
+    ASSERT_THAT(apply({"c", "level", "1"}), ElementsAre());
 
     const std::vector<std::pair<UserSetting, ::testing::Matcher<std::string>>> rows = {
         {{"c", "level", "9"},
          ::testing::AllOf(StartsWith(STD_HEADING + "\nError Occur:\n"),
-                          EndsWith("\t Detail: Invalid: '9'\n\n"))},
-        {{"c", "range", "x"}, NotFound(3, {"c", "range", "x"})},
+                          ::testing::EndsWith("\t Detail: Invalid: '9'\n\n"))},
+        {{"c", "range", "x"}, notFound(3, {"c", "range", "x"})},
         {{"c", "runtime", "x"},
          HEADING + "\t The setting process (HierarchyMutex) is buzy.\n---\ndevice gone\n"},
         {{"c", "invalid", "x"}, STD_HEADING + "not a number\n"},
         {{"c", "int", "x"}, HEADING + "\t Unkown exception is thrown."},
         {{"c", "empty", "x"}, STD_HEADING + "bad_function_call\n"},
-        {{"c", "missing", "x"}, NotFound(3, {"c", "missing", "x"})},
-        {{"d", "level", "1"}, NotFound(3, {"d", "level", "1"})},
+        {{"c", "missing", "x"}, notFound(3, {"c", "missing", "x"})},
     };
-    for (const auto& [setting, text] : rows) {
-        SCOPED_TRACE(setting.key);
-        EXPECT_NO_THROW(EXPECT_THAT(Apply(setting), ElementsAre(text)));
-        EXPECT_EQ(logs.Messages().size(), 1u);
-    }
+    for (const auto& [setting, text] : rows) EXPECT_THAT(apply(setting), ElementsAre(text));
     EXPECT_EQ(accepted, Strings{"1"});
-    EXPECT_EQ(RecordsOf(3), Records(3, "(level, 1)"));
-
+    EXPECT_EQ(recordsOf(3), records(3, "(level, 1)"));
     Basics::Log::SetLogLevel(-1);
-    EXPECT_NO_THROW(Apply({"c", "int", "x"}));
-    EXPECT_TRUE(logs.Messages().empty());
+    EXPECT_THAT(apply({"c", "int", "x"}), ElementsAre());
 }
 
 TEST_F(SettingsCenterTest, CandidateListingBreaksAfterTheTenthKey) {
     Strings sink;
-    for (int i = 10; i < 21; ++i) Register("alpha", "k" + std::to_string(i), sink);
-    Register("beta", "x", sink);
+    for (int i = 10; i < 21; ++i) recordInto("alpha", "k" + std::to_string(i), sink);
+    recordInto("beta", "x", sink);
     center.OnCurrentBrainResume(5);
-    Register("gamma", "y", sink);
+    recordInto("gamma", "y", sink);
     center.OnCurrentBrainDie(5);
-    EXPECT_EQ(Candidates(), RULE + "\t-1\n" + DASHES + "\t\talpha\n----------\n\t\t\t" +
+    EXPECT_EQ(candidates(), RULE + "\t-1\n" + DASHES + "\t\talpha\n----------\n\t\t\t" +
                                 "k10, k11, k12, k13, k14, k15, k16, k17, k18, k19, \n\t\t\tk20, " +
                                 "\t\tbeta\n----------\n\t\t\tx, \n" + RULE + "\t5\n" + DASHES +
                                 "\n" + RULE);
-    center.ResetForTesting();
-    EXPECT_EQ(Candidates(), RULE);
 }
 
 // A game registers, is tuned, pauses (forgotten) and resumes without registering anew.
 TEST_F(SettingsCenterTest, PauseForgetsAndResumeDoesNotRegisterAgain) {
     Strings received;
     center.OnCurrentBrainResume(7);
-    Register("sfps_current", "upper", received);
-    Apply({"sfps_current", "upper", "900"});
-
+    recordInto("sfps_current", "upper", received);
+    apply({"sfps_current", "upper", "900"});
     logs.Clear();
     center.OnCurrentBrainDie(7);
-    EXPECT_THAT(logs.Messages(), ElementsAre(::testing::Field(
-                                     &TalvexTest::LogMessage::text,
-                                     "[UserSettingsCenter][OnCurrentBrainDie] Release Brain: 7")));
-    EXPECT_EQ(Candidates(), RULE + "\t7\n" + DASHES + "\n" + RULE);
-    EXPECT_EQ(RecordsOf(7), Records(7, ""));
+    EXPECT_EQ(logs.Messages().at(0).text,
+              "[UserSettingsCenter][OnCurrentBrainDie] Release Brain: 7");
+    EXPECT_EQ(logs.Messages().size(), 1u);
+    EXPECT_EQ(candidates(), RULE + "\t7\n" + DASHES + "\n" + RULE);
+    EXPECT_EQ(recordsOf(7), records(7, ""));
 
     const UserSetting again{"sfps_current", "upper", "800"};
-    EXPECT_THAT(Apply(again), ElementsAre(NotFound(-1, again)));
+    EXPECT_THAT(apply(again), ElementsAre(notFound(-1, again)));
     center.OnCurrentBrainResume(7);
-    EXPECT_THAT(Apply(again), ElementsAre(NotFound(7, again)));
+    EXPECT_THAT(apply(again), ElementsAre(notFound(7, again)));
     EXPECT_EQ(received, Strings{"900"});
-    EXPECT_EQ(RecordsOf(7), Records(7, ""));
+    EXPECT_EQ(recordsOf(7), records(7, ""));
 }
 
 TEST_F(SettingsCenterTest, ForgettingAPidWithoutRecordsWarnsAndStillClearsIt) {
     Strings received;
     center.OnCurrentBrainResume(8);
-    Register("c", "k", received);
+    recordInto("c", "k", received);
     logs.Clear();
     ::testing::internal::CaptureStdout();
     center.OnCurrentBrainDie(8);
     // The actions were emptied before the records lookup failed.
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), RULE + "\t8\n" + DASHES + "\n" + RULE);
     const auto warnings = logs.Find(ANDROID_LOG_WARN);
-    ASSERT_EQ(warnings.size(), 3u);
     const std::string prefix = "[UserSettingsCenter][OnCurrentBrainDie] ";
+    ASSERT_EQ(warnings.size(), 3u);
     EXPECT_EQ(warnings[0].text, prefix + "Following exception has been thrown:");
     EXPECT_THAT(warnings[1].text, StartsWith(prefix + "-----\n"));
     EXPECT_GT(warnings[1].text.size(), prefix.size() + 6);
     EXPECT_EQ(warnings[2].text, prefix + "-----\nNote: current contents of UserSettingsCenter:");
-    EXPECT_THAT(Apply({"c", "k", "1"}), ElementsAre(NotFound(-1, {"c", "k", "1"})));
+    EXPECT_THAT(apply({"c", "k", "1"}), ElementsAre(notFound(-1, {"c", "k", "1"})));
 
-    // A PID never seen: another current PID stays current.
-    center.OnCurrentBrainResume(9);
+    center.OnCurrentBrainResume(9);  // a PID never seen: the current one stays current
     ::testing::internal::CaptureStdout();
     center.OnCurrentBrainDie(4);
     ::testing::internal::GetCapturedStdout();
-    EXPECT_THAT(Apply({"c", "k", "1"}), ElementsAre(NotFound(9, {"c", "k", "1"})));
+    EXPECT_THAT(apply({"c", "k", "1"}), ElementsAre(notFound(9, {"c", "k", "1"})));
 }
 
 TEST_F(SettingsCenterTest, VersionSetResetAndRefused) {
-    EXPECT_EQ(center.GetVersion(), 3);
     center.SetVersion("5");
     EXPECT_EQ(center.GetVersion(), 5);
     center.SetVersion("nan");
     EXPECT_EQ(center.GetVersion(), 3);
-    center.SetVersion("0");
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[UserSettingsCenter]\t Set Version to 5"), 1u);
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO, "[UserSettingsCenter]\t Reset Version to 3"), 1u);
+    center.SetVersion("0");
     try {
         center.SetVersion("-1");
         ADD_FAILURE() << "a negative version was accepted";
@@ -252,22 +235,21 @@ TEST_F(SettingsCenterTest, VersionSetResetAndRefused) {
 
 TEST_F(SettingsCenterTest, ActionMayCallBackIntoTheCenter) {
     Strings inner;
-    int versionSeen = -1;
-    Register("c", "inner", inner);
+    recordInto("c", "inner", inner);
     center.RegisterUserSetting(
         "outer",
         [&](std::string value) {
-            versionSeen = center.GetVersion();
+            inner.push_back("version " + std::to_string(center.GetVersion()));
             center.OnUserSettingParameter({"c", "inner", value});
             center.RegisterUserSetting(
                 "outer", [](std::string) {}, "c");  // replaces itself
+            inner.push_back("after");               // on a copy that is still alive
         },
         "c");
-    EXPECT_THAT(Apply({"c", "outer", "4"}), ElementsAre());
-    EXPECT_THAT(Apply({"c", "outer", "5"}), ElementsAre());
-    EXPECT_EQ(versionSeen, 3);
-    EXPECT_EQ(inner, Strings{"4"});
-    EXPECT_EQ(RecordsOf(-1), Records(-1, "(inner, 4), (outer, 5)"));
+    EXPECT_THAT(apply({"c", "outer", "4"}), ElementsAre());
+    EXPECT_THAT(apply({"c", "outer", "5"}), ElementsAre());
+    EXPECT_EQ(inner, (Strings{"version 3", "4", "after"}));
+    EXPECT_EQ(recordsOf(-1), records(-1, "(inner, 4), (outer, 5)"));
 }
 
 }  // namespace
