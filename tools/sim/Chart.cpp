@@ -177,6 +177,20 @@ std::vector<std::vector<Point>> lineRuns(const Svg& svg, const Panel& panel,
     return runs;
 }
 
+// Exploring lasts a few frames at a time, so each row that saw it gets a short mark at the
+// SFPS the node showed negated.
+std::vector<std::vector<Point>> exploringMarks(const Svg& svg, const Panel& panel,
+                                               const std::vector<TimelineRow>& rows) {
+    std::vector<std::vector<Point>> marks;
+    for (const TimelineRow& row : rows) {
+        if (row.paused || row.exploringTicks == 0 || row.exploringSfps > -2) continue;
+        const double x = svg.X(row.time_s);
+        const double y = Svg::Y(panel, -row.exploringSfps);
+        marks.push_back({{x, y - 7.0}, {x, y + 7.0}});
+    }
+    return marks;
+}
+
 struct Series {
     const char* name;
     const char* style;
@@ -201,7 +215,9 @@ void drawBound(Svg& svg, const Panel& panel, double value, const std::string& te
     const double y = Svg::Y(panel, value);
     svg.Line(kLeft, y, kLeft + kPlotWidth, y,
              "stroke=\"#d62728\" stroke-width=\"1\" stroke-dasharray=\"6,4\"");
-    svg.Text(kLeft + kPlotWidth - 6, y - 4, text, "end", 11, " fill=\"#d62728\"");
+    // A white halo keeps the label readable where the data crosses it.
+    svg.Text(kLeft + kPlotWidth - 6, y - 4, text, "end", 11,
+             " fill=\"#d62728\" stroke=\"white\" stroke-width=\"3\" paint-order=\"stroke\"");
 }
 
 }  // namespace
@@ -229,9 +245,9 @@ std::string RenderChart(const ChartInput& input) {
     Svg svg(duration_s, timeUnit_s);
 
     const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (FPS)"};
-    const Panel temperature{350.0, 150.0, niceRange(lowTemperature - 1.0, highTemperature + 1.0, 5),
+    const Panel temperature{350.0, 150.0, niceRange(lowTemperature - 1.0, highTemperature + 3.0, 5),
                             "Temperature (\u00b0C)"};
-    const Panel current{530.0, 110.0, niceRange(0.0, highestCurrent * 1.1 + 1.0, 4),
+    const Panel current{530.0, 110.0, niceRange(0.0, highestCurrent * 1.3 + 1.0, 4),
                         "Electric current (mA)"};
     const double height = current.top + current.height + 50.0;
 
@@ -272,11 +288,8 @@ std::string RenderChart(const ChartInput& input) {
                               return r.sfps;
                           })},
                 {"SFPS while exploring (negative on the node)",
-                 "stroke=\"#9467bd\" stroke-width=\"2.5\" stroke-dasharray=\"2,3\"",
-                 stepRuns(svg, fps, rows, [&](const TimelineRow& r) -> std::optional<double> {
-                     if (!running(r) || r.sfps > -2) return std::nullopt;
-                     return -r.sfps;
-                 })}});
+                 "stroke=\"#9467bd\" stroke-width=\"1.2\" stroke-opacity=\"0.7\"",
+                 exploringMarks(svg, fps, rows)}});
 
     drawBound(svg, temperature, input.temperatureLowerBound_C,
               "lower bound " + label(input.temperatureLowerBound_C) + " \u00b0C");

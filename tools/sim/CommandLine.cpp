@@ -225,7 +225,8 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     context.libraryWarnings = result.libraryWarnings;
     context.outputDirectory = outputDirectory;
     for (const auto& file : files) context.outputFiles.push_back(file.first);
-    const Summary summary = Summarize(result.rows, result.frameLengths_ms, result.running_s);
+    const Summary summary = Summarize(result.rows, result.frameLengths_ms, result.running_s,
+                                      result.hostTicks, result.exploringTicks);
     std::fputs(FormatSummary(summary, context).c_str(), out);
     return 0;
 }

@@ -198,6 +198,8 @@ class ClosedLoop {
     struct PendingRow {
         std::int64_t time_ns;
         std::vector<float> frames_ms;
+        int exploringTicks;
+        int exploringSfps;
     };
 
     std::int64_t frame(std::int64_t start) {
@@ -281,8 +283,10 @@ class ClosedLoop {
             } else if (paused) {
                 pausedRow(nextRow_ns);
             } else {
-                pendingRows.push_back({nextRow_ns, std::move(secondFrames_ms)});
+                pendingRows.push_back(
+                    {nextRow_ns, std::move(secondFrames_ms), exploringTicks, exploringSfps});
                 secondFrames_ms.clear();
+                exploringTicks = 0;
             }
             nextRow_ns += row_ns;
         }
@@ -323,6 +327,10 @@ class ClosedLoop {
                 std::llround(static_cast<double>(secondFrames_ms.size()) / scenario.tick_s));
             row.efps = session.Tick(readings.info, row.ofps, scenario.refreshRate_Hz, true);
             row.frames = ComputeFrameStats(secondFrames_ms);
+            countExploring();
+            row.exploringTicks = exploringTicks;
+            row.exploringSfps = exploringSfps;
+            exploringTicks = 0;
             session.nodes.CountWrites();
         }
         secondFrames_ms.clear();
@@ -349,6 +357,8 @@ class ClosedLoop {
         const std::optional<int> efps =
             session.Tick(readings.info, ofps, scenario.refreshRate_Hz, rowDue);
         session.nodes.CountWrites();
+        // This tick already belongs to the second after the pending rows.
+        countExploring();
         const std::optional<std::uint64_t> writes = session.nodes.Writes("efps_max");
         if (!writes || *writes != efpsMaxWritesSeen) {
             efpsMaxWritesSeen = writes.value_or(0);
@@ -359,6 +369,8 @@ class ClosedLoop {
             row.ofps = ofps;
             row.efps = efps;
             row.frames = ComputeFrameStats(std::move(pending.frames_ms));
+            row.exploringTicks = pending.exploringTicks;
+            row.exploringSfps = pending.exploringSfps;
             addRow(pending.time_ns, readings, std::move(row));
         }
         pendingRows.clear();
@@ -371,9 +383,23 @@ class ClosedLoop {
             TimelineRow row;
             row.ofps = static_cast<int>(pending.frames_ms.size());
             row.frames = ComputeFrameStats(std::move(pending.frames_ms));
+            row.exploringTicks = pending.exploringTicks;
+            row.exploringSfps = pending.exploringSfps;
             addRow(pending.time_ns, readings, std::move(row));
         }
         pendingRows.clear();
+    }
+
+    // A negative SFPS means the game's own rate is being explored; it often lasts only a few
+    // frames, so a row counts the ticks that showed one instead of sampling it.
+    void countExploring() {
+        ++result.hostTicks;
+        const int sfps = session.manager->GetSFPS();
+        if (sfps < -1) {
+            ++exploringTicks;
+            ++result.exploringTicks;
+            exploringSfps = sfps;
+        }
     }
 
     void addRow(std::int64_t time, const Readings& readings, TimelineRow row) {
@@ -425,6 +451,8 @@ class ClosedLoop {
     std::string nodeText;
     std::uint64_t efpsMaxWritesSeen = 0;
     std::vector<float> secondFrames_ms;
+    int exploringTicks = 0;
+    int exploringSfps = -1;
     double periodWork_ms = 0.0;
     std::deque<std::int64_t> recentFrameEnds_ns;
     std::vector<PendingRow> pendingRows;
@@ -479,6 +507,12 @@ RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& tic
         row.gfps = session.manager->GetGFPS();
         row.sfps = session.manager->GetSFPS();
         row.node = session.NodeText();
+        ++result.hostTicks;
+        if (row.sfps < -1) {
+            ++result.exploringTicks;
+            row.exploringTicks = 1;
+            row.exploringSfps = row.sfps;
+        }
         session.nodes.CountWrites();
         session.trace->ModelCounter("temperature (\u00b0C)", time, row.temperature_C);
         session.trace->ModelCounter("current (mA)", time, row.current_mA);

@@ -25,6 +25,8 @@ struct RunResult {
     std::vector<float> frameLengths_ms;  // every frame, as the game saw it
     double running_s = 0.0;              // simulated time not paused
     double simulated_s = 0.0;
+    std::uint64_t hostTicks = 0;
+    std::uint64_t exploringTicks = 0;  // host ticks after which the reported SFPS was negative
     std::optional<std::uint64_t> efpsMaxWrites;
     std::optional<std::uint64_t> eglBufWrites;
     std::unique_ptr<TraceRecorder> trace;

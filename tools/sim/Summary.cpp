@@ -34,8 +34,12 @@ std::string line(const std::string& label, const std::string& value) {
 }  // namespace
 
 Summary Summarize(const std::vector<TimelineRow>& rows, const std::vector<float>& frameLengths_ms,
-                  double running_s) {
+                  double running_s, std::uint64_t hostTicks, std::uint64_t exploringTicks) {
     Summary summary;
+    if (hostTicks > 0) {
+        summary.exploringShare =
+            static_cast<double>(exploringTicks) / static_cast<double>(hostTicks);
+    }
     size_t runningTicks = 0;
     size_t stabilizedTicks = 0;
     double ofpsSum = 0.0;
@@ -87,6 +91,10 @@ std::string FormatSummary(const Summary& summary, const SummaryContext& context)
                                                  format("%.2f ms", summary.frameTimes->p99_ms));
     }
     text += line("time stabilized", format("%.1f %%", summary.stabilizedShare * 100.0));
+    if (summary.exploringShare > 0.0) {
+        text +=
+            line("time exploring (SFPS < 0)", format("%.1f %%", summary.exploringShare * 100.0));
+    }
     text += line("node writes", "efps_max " + writes(context.efpsMaxWrites) + ", egl_buf " +
                                     writes(context.eglBufWrites));
     if (context.libraryErrors > 0 || context.libraryWarnings > 0) {

@@ -16,12 +16,13 @@ struct Summary {
     double meanFps = 0.0;                   // frames per running second (replay: mean OFPS)
     std::optional<FrameStats> frameTimes;   // over every frame of the run
     double stabilizedShare = 0.0;           // share of running ticks with a positive SFPS
+    double exploringShare = 0.0;            // share of host ticks with a negative SFPS
     std::uint64_t frames = 0;
     double running_s = 0.0;
 };
 
 Summary Summarize(const std::vector<TimelineRow>& rows, const std::vector<float>& frameLengths_ms,
-                  double running_s);
+                  double running_s, std::uint64_t hostTicks, std::uint64_t exploringTicks);
 
 // What the summary block on standard output says besides the figures.
 struct SummaryContext {

@@ -42,13 +42,13 @@ std::optional<FrameStats> ComputeFrameStats(std::vector<float> lengths_ms) {
 }
 
 void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows) {
-    out << "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,"
+    out << "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
            "frame_ms_mean,frame_ms_p50,frame_ms_p99\n";
     for (const TimelineRow& row : rows) {
         out << fixed(row.time_s, 3) << ',' << (row.paused ? 1 : 0) << ','
             << fixed(row.temperature_C, 3) << ',' << fixed(row.current_mA, 3) << ',' << row.ofps
             << ',' << (row.efps ? std::to_string(*row.efps) : "") << ',' << row.gfps << ','
-            << row.sfps << ',' << quoted(row.node) << ',';
+            << row.sfps << ',' << quoted(row.node) << ',' << row.exploringTicks << ',';
         if (row.frames) {
             out << fixed(row.frames->mean_ms, 3) << ',' << fixed(row.frames->p50_ms, 3) << ','
                 << fixed(row.frames->p99_ms, 3);

@@ -27,6 +27,8 @@ struct TimelineRow {
     int gfps = -1;
     int sfps = -1;  // reported, with its sign
     std::string node;
+    int exploringTicks = 0;            // host ticks of this row with a negative reported SFPS
+    int exploringSfps = -1;            // the last such SFPS, for the chart
     std::optional<FrameStats> frames;  // of the frames that ended in this tick
 };
 
