@@ -1,7 +1,7 @@
 // Ticks of the FPS manager for counting instructions under callgrind: collection is switched on
 // only around the measured ticks. Run as
-//   valgrind --tool=callgrind --collect-atstart=no talvex_bench_tick_instructions STATE TICKS
-// and divide the collected instructions by TICKS.
+//   valgrind --tool=callgrind --collect-atstart=no talvex_bench_tick_instructions STATE TICKS [LOG]
+// and divide the collected instructions by TICKS. LOG is the log level, 2 unless given.
 #include <valgrind/callgrind.h>
 
 #include <cstdio>
@@ -17,8 +17,9 @@ using TalvexBench::TickState;
 int main(int argc, char** argv) {
     const TickState states[] = {TickState::NoLists, TickState::ListsIdle,
                                 TickState::DeciderStepping};
-    if (argc != 3) {
-        std::fprintf(stderr, "usage: %s no_lists|lists_idle|decider_stepping TICKS\n", argv[0]);
+    if (argc != 3 && argc != 4) {
+        std::fprintf(stderr, "usage: %s no_lists|lists_idle|decider_stepping TICKS [LOG_LEVEL]\n",
+                     argv[0]);
         return 2;
     }
     const TickState* state = nullptr;
@@ -26,6 +27,7 @@ int main(int argc, char** argv) {
         if (std::strcmp(argv[1], TalvexBench::TickStateName(candidate)) == 0) state = &candidate;
     }
     const long ticks = std::atol(argv[2]);
+    const int logLevel = argc == 4 ? std::atoi(argv[3]) : 2;
     if (state == nullptr || ticks <= 0) {
         std::fprintf(stderr, "unknown state or tick count\n");
         return 2;
@@ -33,13 +35,14 @@ int main(int argc, char** argv) {
     try {
         TalvexBench::VirtualClock clock;
         TalvexBench::TmpfsNodeDirectory nodes;
-        TalvexBench::LogLevelScope log(2, false);
+        TalvexBench::LogLevelScope log(logLevel, false);
         TalvexBench::TickScenario scenario(*state);
         long changes = 0;
         CALLGRIND_TOGGLE_COLLECT;
         for (long i = 0; i < ticks; ++i) changes += scenario.Tick() ? 1 : 0;
         CALLGRIND_TOGGLE_COLLECT;
-        std::printf("state=%s ticks=%ld sfps_changes=%ld\n", argv[1], ticks, changes);
+        std::printf("state=%s ticks=%ld sfps_changes=%ld log_level=%d\n", argv[1], ticks, changes,
+                    logLevel);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

@@ -42,12 +42,14 @@ machine="$(machine_now)"
 {
     printf '{\n  "context": {"machine": "%s", "date": "%s", "command": "%s"},\n  "instructions": [' \
         "$(printf '%s' "$machine" | json_escape)" "$(date -u +%Y-%m-%dT%H:%M:%SZ)" \
-        "valgrind --tool=callgrind --collect-atstart=no $bin/talvex_bench_tick_instructions STATE $ticks"
+        "valgrind --tool=callgrind --collect-atstart=no $bin/talvex_bench_tick_instructions STATE $ticks LOG_LEVEL"
     separator=""
-    for state in no_lists lists_idle decider_stepping; do
-        callgrind_out="$out/callgrind.$state.out"
+    for run in no_lists:2 lists_idle:2 decider_stepping:2 no_lists:-1 lists_idle:-1 decider_stepping:-1; do
+        state="${run%:*}"
+        level="${run#*:}"
+        callgrind_out="$out/callgrind.$state.$level.out"
         report="$(valgrind --tool=callgrind --collect-atstart=no --callgrind-out-file="$callgrind_out" \
-            "$bin/talvex_bench_tick_instructions" "$state" "$ticks" 2> "$out/callgrind.$state.log")"
+            "$bin/talvex_bench_tick_instructions" "$state" "$ticks" "$level" 2> "$out/callgrind.$state.$level.log")"
         changes="$(printf '%s\n' "$report" | sed -n 's/.*sfps_changes=\([0-9]*\).*/\1/p')"
         total="$(sed -n 's/^totals: *\([0-9]*\).*/\1/p' "$callgrind_out")"
         [ -n "$total" ] || total="$(sed -n 's/^summary: *\([0-9]*\).*/\1/p' "$callgrind_out")"
@@ -55,8 +57,8 @@ machine="$(machine_now)"
         node_io="$(callgrind_annotate --inclusive=yes --threshold=100 "$callgrind_out" 2> /dev/null |
             grep -E 'CharacterDevice::(updateDeviceStatus|writeStatusToDevice)' |
             awk '{ gsub(",", "", $1); sum += $1 } END { print sum + 0 }')"
-        printf '%s\n    {"state": "%s", "ticks": %s, "sfps_changes": %s, "instructions": %s, "node_io_instructions": %s}' \
-            "$separator" "$state" "$ticks" "${changes:-0}" "$total" "$node_io"
+        printf '%s\n    {"state": "%s", "log_level": %s, "ticks": %s, "sfps_changes": %s, "instructions": %s, "node_io_instructions": %s}' \
+            "$separator" "$state" "$level" "$ticks" "${changes:-0}" "$total" "$node_io"
         separator=","
     done
     printf '\n  ]\n}\n'
