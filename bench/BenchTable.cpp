@@ -143,6 +143,10 @@ class Table {
             goals.push_back({"Frame without telemetry: no allocation in the steady state",
                              allocs == 0.0, format("%.2f", allocs) + " allocations per frame"});
         }
+        if (file.Has("BM_FormatInfoLine")) {
+            out << "| Of which: formatting the line (dump row and nine fields) | "
+                << format("%.0f", file.Get("BM_FormatInfoLine").time_ns) << " | | | |\n";
+        }
         if (file.Has("BM_FrameFloor/trace:0")) {
             out << "\nThe floor is three clock reads through `Basics::Now()` and one "
                    "open-truncate-write-close of a "

@@ -12,7 +12,9 @@
 #include "BenchSupport.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Trace.h"
+#include "talvex/math/ClearableFrameLengthsQueue.h"
 #include "talvex/pacing/Quillet.h"
+#include "talvex/pacing/QuilletImpl.h"
 
 namespace {
 
@@ -161,6 +163,27 @@ void BM_QuilletFrameNoTelemetry(benchmark::State& state) {
         static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_QuilletFrameNoTelemetry);
+
+// Where the frame's time beyond the floor goes: the text of its line, the window's dump row and
+// the nine fields, formatted as the frame formats them.
+void BM_FormatInfoLine(benchmark::State& state) {
+    Math::ClearableFrameLengthsQueue window;
+    for (float frame_s : {0.0175f, 0.016f, 0.0171f, 0.0163f, 0.0166f})
+        window.Update(frame_s, 60.0f);
+    std::size_t length = 0;
+    for (auto _ : state) {
+        char row[96];
+        window.FormatDumpedFileInfo(row, sizeof(row));
+        const android::Nimbrel::Quillet::InfoLine line{60.0f,  120,   17.5f, row,   0.1667f,
+                                                       59.76f, -1.1f, 10.5f, 5.233f};
+        char text[256];
+        length = static_cast<std::size_t>(
+            android::Nimbrel::Quillet::FormatInfoLine(text, sizeof(text), line));
+        benchmark::DoNotOptimize(text);
+    }
+    state.counters["line_bytes"] = static_cast<double>(length);
+}
+BENCHMARK(BM_FormatInfoLine);
 
 }  // namespace
 

@@ -39,6 +39,7 @@ machine_now() {
         "$(uname -srm)" "$(cut -d' ' -f1 /proc/loadavg)"
 }
 machine="$(machine_now)"
+rm -f "$out"/callgrind.*
 {
     printf '{\n  "context": {"machine": "%s", "date": "%s", "command": "%s"},\n  "instructions": [' \
         "$(printf '%s' "$machine" | json_escape)" "$(date -u +%Y-%m-%dT%H:%M:%SZ)" \
