@@ -183,6 +183,7 @@ class ClosedLoop {
             now = frame(now);
         }
         advance(duration_ns);
+        flushPendingRows(read(duration_ns, 0.0));
 
         result.simulated_s = scenario.duration_s;
         result.running_s = scenario.duration_s - nsToSeconds(paused_ns);

@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "SimTestSupport.h"
+#include "tools/sim/CommandLine.h"
+#include "tools/sim/Scenario.h"
+
+namespace TalvexSim {
+namespace {
+
+using TalvexSimTest::ReadFile;
+using TalvexSimTest::ScenarioText;
+using TalvexSimTest::ScratchDirectory;
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+std::string drain(std::FILE* file) {
+    std::rewind(file);
+    std::string text;
+    char buffer[4096];
+    size_t read = 0;
+    while ((read = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, read);
+    std::fclose(file);
+    return text;
+}
+
+Outcome run(const std::vector<std::string>& arguments) {
+    std::FILE* out = std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    const int status = RunCommandLine(arguments, out, err);
+    return {status, drain(out), drain(err)};
+}
+
+TEST(CommandLineTest, ARunWritesTheFourOutputsAndSummarizes) {
+    ScratchDirectory scratch;
+    const std::string scenario = scratch.Write("short.json", ScenarioText("", 20.0));
+    const std::string folder = scratch.File("out");
+    const Outcome outcome =
+        run({scenario, "--out", folder, "--seed", "9", "--trace-frames", "all"});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_EQ(outcome.out.rfind("talvex-sim: short (seed 9)\n", 0), 0u) << outcome.out;
+    EXPECT_NE(outcome.out.find("mean FPS"), std::string::npos);
+    EXPECT_NE(outcome.out.find("node writes                   efps_max "), std::string::npos);
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names,
+              (std::vector<std::string>{"chart.svg", "library.log", "timeline.csv", "trace.json"}));
+    const std::string timeline = ReadFile(folder + "/timeline.csv");
+    EXPECT_EQ(std::count(timeline.begin(), timeline.end(), '\n'), 21);
+
+    // The same run again gives the same timeline, another seed another one.
+    ASSERT_EQ(run({scenario, "--out", folder, "--seed", "9"}).status, 0);
+    EXPECT_EQ(ReadFile(folder + "/timeline.csv"), timeline);
+    ASSERT_EQ(run({scenario, "--out", folder, "--seed", "10", "--no-progress"}).status, 0);
+    EXPECT_NE(ReadFile(folder + "/timeline.csv"), timeline);
+}
+
+TEST(CommandLineTest, BadInputExitsWithTwoNamesThePlaceAndWritesNothing) {
+    ScratchDirectory scratch;
+    const std::string folder = scratch.File("out");
+    const std::string badJson = scratch.Write("bad.json", "{\n  \"duration_s\": 60,,\n}");
+    const std::string badType = scratch.Write("type.json", ScenarioText("  \"seed\": \"x\",\n"));
+    const std::string refused = scratch.Write(
+        "refused.json", ScenarioText("", 20.0, R"({"param1": "stabilizer,gfps,abc"})"));
+    const std::string good = scratch.Write("good.json", ScenarioText("", 20.0));
+    const std::string badCsv = scratch.Write(
+        "log.csv",
+        "time_s,ofps,refresh_rate_hz,current_uA,cpu0,cpu1,cpu2,cpu3\n1,60,60,1,1,1,1,1\n");
+    const struct {
+        std::vector<std::string> arguments;
+        std::string expected;
+    } cases[] = {
+        {{badJson, "--out", folder}, "talvex-sim: " + badJson + ":2:"},
+        {{badType, "--out", folder}, "talvex-sim: " + badType + ":4:11: seed: expected an integer"},
+        {{refused, "--out", folder},
+         "talvex-sim: " + refused +
+             ":5:35: config.param[0].param1: the library refused "
+             "'stabilizer,gfps,abc'"},
+        {{good, "--replay", badCsv, "--out", folder},
+         "talvex-sim: " + badCsv + ":1: missing column 'temperature_mC'"},
+        {{scratch.File("none.json"), "--out", folder}, "none.json: no such file"},
+        {{"--seed", "-3"}, "talvex-sim: --seed takes a whole number, not '-3'\nTry"},
+        {{"--trace-frames", "some"}, "--trace-frames takes changes, all or none"},
+        {{"--frobnicate"}, "talvex-sim: unknown option --frobnicate"},
+        {{"a.json", "b.json"}, "one scenario at a time"},
+        {{"--out"}, "--out needs a value"},
+    };
+    for (const auto& bad : cases) {
+        const Outcome outcome = run(bad.arguments);
+        EXPECT_EQ(outcome.status, 2) << bad.expected;
+        EXPECT_EQ(outcome.err.rfind("talvex-sim: ", 0), 0u) << outcome.err;
+        EXPECT_NE(outcome.err.find(bad.expected), std::string::npos) << outcome.err;
+        EXPECT_EQ(outcome.out, "");
+        EXPECT_FALSE(std::filesystem::exists(folder)) << bad.expected;
+    }
+}
+
+TEST(CommandLineTest, UnwritableOutputExitsWithOne) {
+    ScratchDirectory scratch;
+    const std::string scenario = scratch.Write("short.json", ScenarioText("", 5.0));
+    scratch.Write("file", "x");
+    const Outcome outcome = run({scenario, "--out", scratch.File("file/out")});
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err.rfind("talvex-sim: cannot create " + scratch.File("file/out"), 0), 0u)
+        << outcome.err;
+}
+
+TEST(CommandLineTest, ReplayDefaultsItsOutputToTheLogName) {
+    ScratchDirectory scratch;
+    const std::string log =
+        scratch.Write("session.csv",
+                      "time_s,ofps,refresh_rate_hz,current_uA,cpu0,cpu1,cpu2,cpu3,temperature_mC\n"
+                      "1,60,60,1000000,50,40,30,20,38000\n2,60,60,1000000,50,40,30,20,38000\n");
+    const auto previous = std::filesystem::current_path();
+    std::filesystem::current_path(scratch.path);
+    const Outcome outcome = run({"--replay", log});
+    std::filesystem::current_path(previous);
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("replay of " + log), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find("mean OFPS                     60.0"), std::string::npos);
+    EXPECT_EQ(outcome.out.find("frame time"), std::string::npos);  // a replay has no frames
+    const std::string timeline = ReadFile(scratch.File("out/session/timeline.csv"));
+    EXPECT_NE(timeline.find("\n2.000,0,38.000,1000.000,60,60,60,-1,\"4321,-1,60\",0,,,\n"),
+              std::string::npos)
+        << timeline;
+}
+
+TEST(CommandLineTest, HelpAndTheDefaultScenarioText) {
+    const Outcome help = run({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_EQ(help.out.rfind("Usage: talvex-sim", 0), 0u);
+    const Outcome printed = run({"--print-default"});
+    EXPECT_EQ(printed.status, 0);
+    EXPECT_EQ(LoadScenarioText(printed.out, "printed", "x").name, "default");
+}
+
+}  // namespace
+}  // namespace TalvexSim

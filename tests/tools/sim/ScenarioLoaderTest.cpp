@@ -1,0 +1,170 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "SimTestSupport.h"
+#include "tools/sim/InputError.h"
+#include "tools/sim/Scenario.h"
+
+namespace TalvexSim {
+namespace {
+
+using TalvexSimTest::Replaced;
+using TalvexSimTest::ScenarioText;
+
+std::string loadError(const std::string& text) {
+    try {
+        LoadScenarioText(text, "bad.json", "bad");
+    } catch (const InputError& error) {
+        return error.what();
+    }
+    return "<loaded>";
+}
+
+TEST(ScenarioLoaderTest, MinimalScenarioTakesDefaultsAndTheLibraryParsesItsConfiguration) {
+    const Scenario scenario = LoadScenarioText(ScenarioText(), "s.json", "fallback");
+    EXPECT_EQ(scenario.name, "fallback");
+    EXPECT_EQ(scenario.refreshRate_Hz, 60);
+    EXPECT_EQ(scenario.seed, 1u);
+    EXPECT_FALSE(scenario.tickEveryFrame);
+    EXPECT_DOUBLE_EQ(scenario.tick_s, 1.0);
+    EXPECT_EQ(scenario.pid, 777);
+    EXPECT_EQ(scenario.package, "com.test.game");
+    ASSERT_EQ(scenario.settings.size(), 2u);
+    EXPECT_EQ(scenario.settings[1].category, "stabilizer");
+    EXPECT_EQ(scenario.settings[1].key, "sfps");
+    EXPECT_EQ(scenario.settings[1].value, "0-45");
+    // The configuration travels as the text the user wrote, and each record knows its line.
+    EXPECT_EQ(scenario.configText.rfind("{\"pid\": 777", 0), 0u);
+    EXPECT_NE(scenario.settingPlaces[1].find("s.json:6:"), std::string::npos)
+        << scenario.settingPlaces[1];
+    EXPECT_NE(scenario.settingPlaces[1].find("config.param[1].param1"), std::string::npos);
+}
+
+TEST(ScenarioLoaderTest, ReadsEveryModelFieldEventsAndSeveralRecordsPerCommand) {
+    const Scenario scenario = LoadScenarioText(
+        ScenarioText(R"(  "name": "full", "seed": 18446744073709551615, "refresh_rate_hz": 90,
+  "host_tick": "frame",
+  "device": {"ambient_c": 20, "sensor_period_s": 0.5, "energy_per_frame_mj": 50},
+  "events": [{"at_s": 10, "type": "pause"}, {"at_s": 10, "type": "settings",
+              "param1": "sfps_temperature,ttsigal,5"}, {"at_s": 20, "type": "resume"}],
+)",
+                     60.0, R"({"param1": "stabilizer,gfps,30-60,stabilizer,sfps,0-45"})"),
+        "s.json", "x");
+    EXPECT_EQ(scenario.name, "full");
+    EXPECT_EQ(scenario.seed, 18446744073709551615ULL);
+    EXPECT_EQ(scenario.refreshRate_Hz, 90);
+    EXPECT_TRUE(scenario.tickEveryFrame);
+    EXPECT_DOUBLE_EQ(scenario.device.ambient_C, 20.0);
+    EXPECT_DOUBLE_EQ(scenario.device.initial_C, 20.0);  // follows the ambient
+    EXPECT_DOUBLE_EQ(scenario.device.sensorPeriod_s, 0.5);
+    ASSERT_EQ(scenario.events.size(), 3u);
+    EXPECT_EQ(scenario.events[1].type, EventType::Settings);
+    ASSERT_EQ(scenario.events[1].settings.size(), 1u);
+    EXPECT_EQ(scenario.events[1].settings[0].value, "5");
+    EXPECT_EQ(scenario.settings.size(), 2u);
+    EXPECT_EQ(scenario.settingPlaces.size(), 2u);
+}
+
+struct BadScenario {
+    const char* what;
+    std::string text;
+    const char* expected;  // fragment of the message, which always starts with the place
+};
+
+TEST(ScenarioLoaderTest, EveryFaultNamesTheFileThePlaceAndTheField) {
+    const BadScenario cases[] = {
+        {"syntax", "{\n  \"duration_s\": 60,\n  \"game\": {]\n}", "bad.json:3:"},
+        {"comment", "// hi\n{}", "bad.json:1:1:"},
+        {"trailing text", ScenarioText() + "x", "bad.json:8:1:"},
+        {"duplicate key", "{\"duration_s\": 1, \"duration_s\": 2}", "bad.json:1:"},
+        {"unknown top-level field", ScenarioText("  \"duration\": 60,\n"),
+         "bad.json:4:15: duration: unknown field"},
+        {"unknown nested field",
+         ScenarioText("  \"device\": {\"ambient_c\": 20, \"ambiant_c\": 21},\n"),
+         "bad.json:4:44: device.ambiant_c: unknown field"},
+        {"wrong type", ScenarioText("  \"refresh_rate_hz\": \"60\",\n"),
+         "bad.json:4:22: refresh_rate_hz: expected an integer, got a string"},
+        {"fraction for an integer", ScenarioText("  \"refresh_rate_hz\": 60.5,\n"),
+         "refresh_rate_hz: expected an integer, got a number"},
+        {"out of range", ScenarioText("  \"device\": {\"thermal_time_constant_s\": 0},\n"),
+         "device.thermal_time_constant_s: 0 is out of range"},
+        {"missing required", "{\"duration_s\": 60}", "bad.json:1:1: missing required field"},
+        {"missing nested", Replaced(ScenarioText(), "\"work_ms\": 9.0", "\"jitter\": 0.1"),
+         "game: missing required field \"work_ms\""},
+        {"four CPU readings",
+         Replaced(ScenarioText(), "\"work_ms\": 9.0",
+                  "\"work_ms\": 9.0, \"cpu_util_full_load\": [1]"),
+         "game.cpu_util_full_load: expected 4 readings, got 1"},
+        {"unsafe name", ScenarioText("  \"name\": \"../x\",\n"), "is not a usable folder name"},
+        {"host tick word", ScenarioText("  \"host_tick\": \"vsync\",\n"),
+         "host_tick: expected \"frame\" or a period in seconds"},
+        {"event type", ScenarioText("  \"events\": [{\"at_s\": 1, \"type\": \"stop\"}],\n"),
+         "events[0].type: 'stop' is not an event type"},
+        {"resume first", ScenarioText("  \"events\": [{\"at_s\": 1, \"type\": \"resume\"}],\n"),
+         "events[0]: resume while the game is not paused"},
+        {"pause twice",
+         ScenarioText("  \"events\": [{\"at_s\": 1, \"type\": \"pause\"}, {\"at_s\": 2, "
+                      "\"type\": \"pause\"}],\n"),
+         "events[1]: pause while the game is already paused"},
+        {"events out of order",
+         ScenarioText("  \"events\": [{\"at_s\": 5, \"type\": \"pause\"}, {\"at_s\": 2, "
+                      "\"type\": \"resume\"}],\n"),
+         "events[1]: events must be listed in time order"},
+        {"event after the end",
+         ScenarioText("  \"events\": [{\"at_s\": 61, \"type\": \"pause\"}],\n"),
+         "events[0].at_s: 61 is out of range"},
+        {"command on a pause",
+         ScenarioText(
+             "  \"events\": [{\"at_s\": 1, \"type\": \"pause\", \"param1\": \"a,b,c\"}],\n"),
+         "events[0].param1: only settings events take a command"},
+        {"command not in threes", ScenarioText("", 60.0, R"({"param1": "stabilizer,gfps"})"),
+         "config.param[0].param1: 'stabilizer,gfps' has 2 comma-separated piece(s)"},
+        {"command without a comma", ScenarioText("", 60.0, R"({"param1": "stabilizer"})"),
+         "has 1 comma-separated piece(s)"},
+        {"unknown configuration member",
+         Replaced(ScenarioText(), "\"lifeCycle\": 1", "\"lifecycle\": 1"),
+         "config.lifecycle: unknown field"},
+        {"param is not an array",
+         Replaced(ScenarioText("", 60.0, ""), "\"param\": []", "\"param\": {}"),
+         "config.param: expected an array, got an object"},
+    };
+    for (const BadScenario& bad : cases) {
+        const std::string message = loadError(bad.text);
+        EXPECT_EQ(message.rfind("bad.json:", 0), 0u) << bad.what << ": " << message;
+        EXPECT_NE(message.find(bad.expected), std::string::npos) << bad.what << ": " << message;
+    }
+}
+
+TEST(ScenarioLoaderTest, MissingFileIsAnInputErrorNamingIt) {
+    try {
+        LoadScenarioFile("/nonexistent/s.json");
+        FAIL() << "loaded a missing file";
+    } catch (const InputError& error) {
+        EXPECT_STREQ(error.what(), "/nonexistent/s.json: no such file");
+    }
+}
+
+TEST(ScenarioLoaderTest, DefaultAndShippedScenariosLoad) {
+    const Scenario fallback = LoadDefaultScenario();
+    EXPECT_EQ(fallback.name, "default");
+    EXPECT_EQ(fallback.sourceName, "<default scenario>");
+    EXPECT_DOUBLE_EQ(fallback.duration_s, 1800.0);
+    EXPECT_EQ(fallback.events.size(), 2u);
+
+    // The embedded text is the shipped file.
+    const std::string folder = TALVEX_SIM_SCENARIO_DIR;
+    EXPECT_EQ(LoadScenarioFile(folder + "/default.json").configText, fallback.configText);
+    size_t shipped = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        const Scenario scenario = LoadScenarioFile(entry.path().string());
+        EXPECT_EQ(scenario.name, entry.path().stem().string());
+        EXPECT_FALSE(scenario.settings.empty()) << scenario.name;
+        ++shipped;
+    }
+    EXPECT_GE(shipped, 4u);
+}
+
+}  // namespace
+}  // namespace TalvexSim
