@@ -28,3 +28,4 @@
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 #include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
 #include "talvex/brain_src/fps_stabilizer/FpsManager.h"
+#include "talvex/pacing/Quillet.h"
