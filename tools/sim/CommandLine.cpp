@@ -191,6 +191,9 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     RunResult result =
         ticks.empty() ? RunClosedLoop(scenario, options) : RunReplay(scenario, ticks, options);
     progress.Finish();
+    for (const std::string& refusal : result.refusedEvents) {
+        std::fprintf(err, "talvex-sim: warning: %s\n", refusal.c_str());
+    }
 
     ChartInput chart;
     chart.title = "talvex-sim: " + scenario.name;

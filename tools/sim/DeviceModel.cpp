@@ -23,7 +23,7 @@ void DeviceModel::AddFrame(double relativeWork) {
     pendingEnergy_J += params.energyPerFrame_mJ * relativeWork / 1000.0;
 }
 
-double DeviceModel::SteadyTemperature_C(double power) const {
+double DeviceModel::steadyTemperature_C(double power) const {
     return params.ambient_C + params.thermalResistance_CPerW * power;
 }
 
@@ -34,7 +34,7 @@ void DeviceModel::Advance(double interval_s, bool paused) {
     drawnSinceReading_J += power_W * interval_s;
     timeSinceReading_s += interval_s;
     // Exact step of dT/dt = (T_steady - T) / tau for a constant power over the interval.
-    const double steady = SteadyTemperature_C(power_W);
+    const double steady = steadyTemperature_C(power_W);
     temperature_C =
         steady + (temperature_C - steady) * std::exp(-interval_s / params.thermalTimeConstant_s);
 }
@@ -43,13 +43,13 @@ std::uint32_t DeviceModel::ReadTemperature_mC() {
     return toSensorUnits(temperature_C + params.temperatureNoise_C * random.Normal());
 }
 
-double DeviceModel::MeanCurrent_mA() const {
+double DeviceModel::meanCurrent_mA() const {
     if (timeSinceReading_s <= 0.0) return Current_mA();
     return drawnSinceReading_J / timeSinceReading_s / params.batteryVoltage_V * 1000.0;
 }
 
 std::uint32_t DeviceModel::ReadCurrent_uA() {
-    const double mean_mA = MeanCurrent_mA();
+    const double mean_mA = meanCurrent_mA();
     drawnSinceReading_J = 0.0;
     timeSinceReading_s = 0.0;
     return toSensorUnits(mean_mA + params.currentNoise_mA * random.Normal());

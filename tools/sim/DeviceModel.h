@@ -24,10 +24,6 @@ class DeviceModel {
     double Temperature_C() const { return temperature_C; }
     double Power_W() const { return power_W; }  // mean over the last interval
     double Current_mA() const { return power_W / params.batteryVoltage_V * 1000.0; }
-    // Mean current since the previous current reading, as a fuel gauge integrates it.
-    double MeanCurrent_mA() const;
-    // The temperature the device settles at while drawing that power.
-    double SteadyTemperature_C(double power_W) const;
 
     // Sensor readings as the host record carries them, with the sensors' noise; the current is
     // the mean since the previous current reading.
@@ -35,6 +31,11 @@ class DeviceModel {
     std::uint32_t ReadCurrent_uA();
 
   private:
+    // The temperature the device settles at while drawing that power.
+    double steadyTemperature_C(double power) const;
+    // Mean current since the previous current reading, as a fuel gauge integrates it.
+    double meanCurrent_mA() const;
+
     DeviceParams params;
     double temperature_C;
     double power_W;

@@ -114,10 +114,25 @@ class Session {
         return log.Efps();
     }
 
-    void ApplySettings(const SettingList& settings) {
+    // True when the library took every record without an error.
+    bool ApplySettings(const SettingList& settings) {
         trace->SetTrack(TraceTrack::Host);
         log.SetVisibleLevel(Basics::Log::LogLevel());
+        const size_t errorsBefore = log.ErrorCount();
         manager->OnUserSettingParameters(std::make_shared<const SettingList>(settings));
+        return log.ErrorCount() == errorsBefore;
+    }
+
+    // A refusal in the middle of a run may be the point of the scenario (the settings of a
+    // paused game are forgotten), so it is reported, not fatal.
+    void ApplyEvent(const ScenarioEvent& event, RunResult& result) {
+        if (ApplySettings(event.settings)) return;
+        std::string records;
+        for (const auto& setting : event.settings) {
+            records += (records.empty() ? "'" : ", '") + describe(setting) + "'";
+        }
+        result.refusedEvents.push_back(event.where + ": the library refused " + records +
+                                       " (see library.log)");
     }
 
     std::string NodeText() const { return nodes.Read("efps_max"); }
@@ -135,8 +150,7 @@ class Session {
     void applyInitialSettings() {
         for (size_t i = 0; i < scenario.settings.size(); ++i) {
             const size_t errorsBefore = log.ErrorCount();
-            ApplySettings({scenario.settings[i]});
-            if (log.ErrorCount() > errorsBefore) {
+            if (!ApplySettings({scenario.settings[i]})) {
                 throw InputError(scenario.settingPlaces[i] + ": the library refused '" +
                                  describe(scenario.settings[i]) + "':\n" +
                                  indented(log.Error(errorsBefore)));
@@ -176,7 +190,7 @@ class ClosedLoop {
                 if (event.type == EventType::Pause) {
                     now = sitOutPause(now, nextEvent);
                 } else if (event.type == EventType::Settings) {
-                    session.ApplySettings(event.settings);
+                    session.ApplyEvent(event, result);
                 }
             }
             if (now >= duration_ns) break;
@@ -254,7 +268,7 @@ class ClosedLoop {
                 resumed = at;
                 break;
             }
-            if (event.type == EventType::Settings) session.ApplySettings(event.settings);
+            if (event.type == EventType::Settings) session.ApplyEvent(event, result);
         }
         advance(resumed);
         paused_ns += resumed - start;
@@ -490,7 +504,7 @@ RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& tic
             const ScenarioEvent& event = scenario.events[nextEvent++];
             if (event.type == EventType::Settings) {
                 session.clock.Set(secondsToNs(event.at_s));
-                session.ApplySettings(event.settings);
+                session.ApplyEvent(event, result);
             }
         }
         session.clock.Set(time);

@@ -33,6 +33,8 @@ struct RunResult {
     std::string libraryLog;
     size_t libraryErrors = 0;
     size_t libraryWarnings = 0;
+    // Settings events the library refused during the run, with where each was written.
+    std::vector<std::string> refusedEvents;
 };
 
 // A game session in one closed loop on virtual time: the game and device models produce frames

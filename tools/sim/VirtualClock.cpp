@@ -24,8 +24,6 @@ void VirtualClock::Set(std::int64_t simulation_ns) {
     if (simulation_ns > now_ns.load()) now_ns.store(simulation_ns);
 }
 
-std::int64_t VirtualClock::Get() const { return now_ns.load(); }
-
 Basics::TimePoint VirtualClock::ToTimePoint(std::int64_t simulation_ns) {
     return Basics::TimePoint(std::chrono::nanoseconds(kEpoch_ns + simulation_ns));
 }

@@ -18,7 +18,6 @@ class VirtualClock {
 
     // Nanoseconds since the start of the simulation; never moves backwards.
     void Set(std::int64_t simulation_ns);
-    std::int64_t Get() const;
     static Basics::TimePoint ToTimePoint(std::int64_t simulation_ns);
 };
 

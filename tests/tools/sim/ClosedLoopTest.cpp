@@ -118,6 +118,23 @@ TEST(ClosedLoopTest, SettingsEventsReachTheLibraryWhileTheRunGoesOn) {
     const RunResult result = RunClosedLoop(scenario, {});
     EXPECT_EQ(result.rows[8].gfps, -1);
     EXPECT_EQ(result.rows[12].gfps, 60);
+    EXPECT_TRUE(result.refusedEvents.empty());
+}
+
+TEST(ClosedLoopTest, SettingsForAPausedGameAreRefusedAndReported) {
+    const Scenario scenario =
+        LoadScenarioText(ScenarioText(R"(  "events": [{"at_s": 2, "type": "pause"},
+             {"at_s": 3, "type": "settings", "param1": "stabilizer,gfps,30-60"},
+             {"at_s": 4, "type": "resume"}],
+)",
+                                      6.0),
+                         "p.json", "p");
+    const RunResult result = RunClosedLoop(scenario, {});
+    ASSERT_EQ(result.refusedEvents.size(), 1u);
+    EXPECT_EQ(result.refusedEvents[0],
+              "p.json:5:14: the library refused 'stabilizer,gfps,30-60' (see library.log)");
+    EXPECT_GT(result.libraryErrors, 0u);
+    EXPECT_NE(result.libraryLog.find(" E "), std::string::npos);
 }
 
 TEST(ClosedLoopTest, ASettingTheLibraryRefusesNamesWhereItWasWritten) {
