@@ -6,6 +6,12 @@
 set -euo pipefail
 
 root="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
+for tool in cmake valgrind callgrind_annotate; do
+    if ! command -v "$tool" > /dev/null; then
+        echo "bench: $tool is missing (scripts/install-deps.sh tools installs valgrind)" >&2
+        exit 1
+    fi
+done
 cd "$root"
 build="${BENCH_BUILD_DIR:-build-bench}"
 jobs="${JOBS:-2}"
@@ -54,6 +60,10 @@ rm -f "$out"/callgrind.*
         changes="$(printf '%s\n' "$report" | sed -n 's/.*sfps_changes=\([0-9]*\).*/\1/p')"
         total="$(sed -n 's/^totals: *\([0-9]*\).*/\1/p' "$callgrind_out")"
         [ -n "$total" ] || total="$(sed -n 's/^summary: *\([0-9]*\).*/\1/p' "$callgrind_out")"
+        if [ -z "$total" ] || [ "$total" -eq 0 ]; then
+            echo "callgrind collected nothing for $state: was the program built with <valgrind/callgrind.h>?" >&2
+            exit 1
+        fi
         # The node's own reads and writes, inclusive of the stream code they run.
         node_io="$(callgrind_annotate --inclusive=yes --threshold=100 "$callgrind_out" 2> /dev/null |
             grep -E 'CharacterDevice::(updateDeviceStatus|writeStatusToDevice)' |
