@@ -13,7 +13,7 @@ CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
               -DTALVEX_WARNINGS_AS_ERRORS=$(if $(filter 1,$(WERROR)),ON,OFF) \
               -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 
-.PHONY: help deps configure build test demo sanitize arm-test fuzz format format-check clean
+.PHONY: help deps configure build test demo bench sanitize arm-test fuzz format format-check clean
 
 help: ## List the targets
 	@grep -E '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | awk -F':.*## ' '{printf "  %-14s %s\n", $$1, $$2}'
@@ -34,6 +34,10 @@ demo: configure ## Run the simulator's default scenario and say where its output
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target talvex-sim
 	$(BUILD_DIR)/tools/sim/talvex-sim --out out/default
 	@echo "Outputs in out/default/: timeline.csv, trace.json (open in Perfetto UI), chart.svg, library.log"
+
+bench: ## Run the benchmarks; JSON in out/bench/, the README's table in out/bench/results.md
+	@scripts/install-deps.sh tools
+	bench/run.sh
 
 sanitize: deps ## Every test under ASan+UBSan, the concurrency tests under TSan
 	cmake -S . -B build-asan $(CMAKE_FLAGS) -DTALVEX_SANITIZERS="address;undefined"
