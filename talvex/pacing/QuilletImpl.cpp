@@ -123,9 +123,11 @@ float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
     traceScaled("AI - Quota (us)", quota_ms, -1000.0);
     updateSleepCalibration();
 
+    // Read even when unused, so that a clock source sees the same reads whatever the state.
+    const Basics::TimePoint now = Basics::Now();
     float sleep_ms = 0.0f;
     if (lastPostUpdateTime && SFPS > 10.0f) {
-        timeDiff_ms = elapsed_ms(*lastPostUpdateTime, Basics::Now());
+        timeDiff_ms = elapsed_ms(*lastPostUpdateTime, now);
         traceMicroseconds("AI TimeDiff (us)", timeDiff_ms);
         sleep_ms = (quota_ms + sleepCalibration_ms) + (1000.0f / SFPS - timeDiff_ms);
     }
@@ -163,12 +165,13 @@ void Quillet::QuilletImpl::updateSleepCalibration() {
 
 void Quillet::QuilletImpl::PostUpdate() {
     TALVEX_TRACE_SCOPE("Quillet::PostUpdate()");
+    const Basics::TimePoint now = Basics::Now();
     if (!lastPostUpdateTime) {
         atrace_int(TALVEX_TRACE_TAG, "AI FrameLength (us)", 0);
         lastPostUpdateTime = std::make_shared<Basics::TimePoint>(Basics::Now());
         return;
     }
-    frameLength_ms = elapsed_ms(*lastPostUpdateTime, Basics::Now());
+    frameLength_ms = elapsed_ms(*lastPostUpdateTime, now);
     clearableQueue.SetFastestFPS(static_cast<float>(fastestFPS));
     clearableQueue.Update(frameLength_ms / 1000.0f, SFPS);
     calibrationQueue.Update(frameLength_ms / 1000.0f, SFPS);
@@ -228,7 +231,8 @@ void Quillet::QuilletImpl::clearSysTraceInfo() {
 }
 
 bool Quillet::QuilletImpl::writeInfoNode(const char* text, std::size_t length) const {
-    const int node = ::open(infoNodePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    // Created, when missing, as a stream opened for writing would create it.
+    const int node = ::open(infoNodePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (node < 0) return false;
     // Failures after the open go unreported, like a stream's failed write or close.
     std::size_t written = 0;
