@@ -12,8 +12,22 @@
 
 namespace TalvexTest {
 
+namespace {
+
+// Nodes live in memory like sysfs ones when the machine has a tmpfs: tests that write a node on
+// every frame would otherwise wait on the disk.
+std::filesystem::path baseDirectory() {
+    std::error_code error;
+    if (access("/dev/shm", W_OK) == 0 && std::filesystem::is_directory("/dev/shm", error)) {
+        return "/dev/shm";
+    }
+    return std::filesystem::temp_directory_path();
+}
+
+}  // namespace
+
 TempNodeDirectory::TempNodeDirectory() : previous(Basics::NodeDirectory()) {
-    std::string pattern = (std::filesystem::temp_directory_path() / "talvex-nodes-XXXXXX").string();
+    std::string pattern = (baseDirectory() / "talvex-nodes-XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("mkdtemp failed");
     path = pattern;
     Basics::SetNodeDirectory(path);
