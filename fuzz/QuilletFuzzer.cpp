@@ -1,0 +1,111 @@
+// Sequences of pacing targets and frame times on virtual time: each input byte picks the next
+// operation of a render thread (a target, a sleep calculation, a frame end, time passing, a new
+// pacing object). Nothing may leave the pacing object, the sleep it returns is never negative
+// nor NaN, and its node holds either the cleared line or nine fields, with NaN written as nan.
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "FuzzEnvironment.h"
+#include "FuzzInput.h"
+#include "talvex/basics/Log.h"
+#include "talvex/pacing/Quillet.h"
+
+namespace {
+
+using android::Nimbrel::Quillet::Quillet;
+
+const int kTargets[] = {60, 45, 30, 90, 120, 11, 10, 0, -5, -10, -11, -30, -60, -120, 61, 59};
+const int kLimits[] = {60, 90, 120, 144, 30, 0, -1, 2147483647};
+
+int fromTable(FuzzInput& input, const int* table, size_t count) {
+    const uint8_t choice = input.Byte();
+    if (choice >= 0xF0) return input.Value<int32_t>();
+    return table[choice % count];
+}
+
+// Frame times as a game has them (a few ms to a few frames), or anything at all.
+uint64_t duration_ns(FuzzInput& input) {
+    const uint8_t scale = input.Byte();
+    switch (scale % 4) {
+        case 0:
+            return input.Byte() * 100000ULL;  // up to 25.5 ms
+        case 1:
+            return input.Value<uint16_t>() * 1000ULL;  // up to 65 ms
+        case 2:
+            return 0;
+        default:
+            return input.Value<uint64_t>();
+    }
+}
+
+void checkNode() {
+    std::ifstream file(FuzzEnvironment::NodePath("egl_buf"), std::ios::binary);
+    if (!file.is_open()) return;
+    const std::string line((std::istreambuf_iterator<char>(file)),
+                           std::istreambuf_iterator<char>());
+    if (line.empty() || line == "\n") return;
+    if (line.back() != '\n') __builtin_trap();
+    size_t fields = 1;
+    for (const char c : line) fields += c == ';' ? 1 : 0;
+    if (fields != 9) __builtin_trap();
+    if (line.find("-nan") != std::string::npos) __builtin_trap();
+}
+
+void checkSleep(float sleep_ms) {
+    if (!(sleep_ms >= 0.0f)) __builtin_trap();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    FuzzEnvironment::Start();
+    FuzzInput input(data, size);
+    Basics::Log::SetLogLevel(input.Byte() % 5 - 1);
+
+    constexpr size_t kTargetCount = sizeof(kTargets) / sizeof(kTargets[0]);
+    constexpr size_t kLimitCount = sizeof(kLimits) / sizeof(kLimits[0]);
+    auto quillet = std::make_unique<Quillet>();
+    int target = 60;
+    int refreshRate = 60;
+    int maxFPS = 60;
+    while (!input.Empty()) {
+        switch (input.Byte() % 7) {
+            case 0:
+                target = fromTable(input, kTargets, kTargetCount);
+                refreshRate = fromTable(input, kLimits, kLimitCount);
+                maxFPS = fromTable(input, kLimits, kLimitCount);
+                quillet->Update(target, refreshRate, maxFPS);
+                break;
+            case 1:
+                checkSleep(quillet->CalculateSleepDuration_ms());
+                checkNode();
+                break;
+            case 2:
+                quillet->PostUpdate();
+                break;
+            case 3:
+                FuzzEnvironment::Advance(duration_ns(input));
+                break;
+            case 4:
+                quillet.reset();
+                quillet = std::make_unique<Quillet>();
+                break;
+            default: {
+                // A whole frame that sleeps what it is told.
+                quillet->Update(target, refreshRate, maxFPS);
+                FuzzEnvironment::Advance(duration_ns(input));
+                const float sleep_ms = quillet->CalculateSleepDuration_ms();
+                checkSleep(sleep_ms);
+                checkNode();
+                FuzzEnvironment::Advance(sleep_ms < 1e9f ? static_cast<uint64_t>(sleep_ms * 1e6f)
+                                                         : 0);
+                quillet->PostUpdate();
+                break;
+            }
+        }
+    }
+    return 0;
+}
