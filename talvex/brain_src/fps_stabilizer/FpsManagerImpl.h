@@ -18,8 +18,9 @@ namespace FpsStabilizer {
 // The components register their setting actions while the game's PID is current in the settings
 // center, so that everything they offer is filed under that PID; the evaluator, the deciders and
 // the explorer are therefore created in the constructor's body, after the PID became current.
-// The actions point into this object: unless a pause already did it, the destructor makes the
-// center forget the PID's actions before the components go.
+// The actions point into this object: unless a pause or a newer manager for the same PID already
+// took them out of the center, the destructor makes the center forget them before the components
+// go.
 class FpsManager::FpsManagerImpl {
   public:
     FpsManagerImpl(int pid, int screenRefreshRate);
@@ -69,8 +70,6 @@ class FpsManager::FpsManagerImpl {
     int screenRefreshRate;
     std::unique_ptr<GfpsExplorer> gfpsExplorer;
     std::atomic<bool> doesUseLowerBoundToStabilize{false};
-    // Set once the settings center no longer holds actions pointing here.
-    bool areUserSettingsForgotten = false;
 };
 
 }  // namespace FpsStabilizer
