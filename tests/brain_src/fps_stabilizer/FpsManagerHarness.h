@@ -1,9 +1,8 @@
 #pragma once
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <cstring>
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,37 +18,23 @@
 namespace TalvexTest {
 
 using android::FpsStabilizer::FpsManager;
-using android::FpsStabilizer::SYS_INFO;
 using Records = std::shared_ptr<const std::vector<UserSettings::UserSetting>>;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
-inline Records MakeRecords(std::initializer_list<UserSettings::UserSetting> records) {
-    return std::make_shared<const std::vector<UserSettings::UserSetting>>(records);
+inline Records MakeRecords(std::vector<UserSettings::UserSetting> records) {
+    return std::make_shared<const std::vector<UserSettings::UserSetting>>(std::move(records));
 }
-
-// A GFPS list with the SFPS lower bound 45 at 60, and a current decider that needs no wait.
+// The SFPS lower bound is 45 at GFPS 60.
 inline Records Gfps30To60() {
     return MakeRecords({{"stabilizer", "gfps", "30-60"}, {"stabilizer", "sfps", "0-45"}});
 }
-inline Records QuickCurrentDecider() {
-    return MakeRecords(
-        {{"sfps_current", "current_threshold", "2000"}, {"sfps_current", "ttsigal", "0"}});
-}
-
 inline UserSettings::UserSettingsCenter& Center() {
     return UserSettings::UserSettingsCenter::GetInstance();
 }
 
-// Light CPU load: the loading detectors never talk the EFPS down in these stories.
-inline SYS_INFO Reading(float celsius, float mA) {
-    SYS_INFO info;
-    std::memset(&info, 0, sizeof(info));
-    info.temperature_mC = static_cast<std::uint32_t>(celsius * 1000.0f);
-    info.electricCurrent_uA = static_cast<std::uint32_t>(mA * 1000.0f);
-    return info;
-}
-
-// Managers on virtual time, with their node in a temporary directory and their logs and trace
-// captured. Managers are members of the tests, so they go before the center is cleaned.
+// Managers on virtual time, their node in a temporary directory, logs at DEBUG and the trace
+// captured. Managers live inside the tests, so they are gone before the center is cleaned.
 class FpsManagerTest : public ::testing::Test {
   protected:
     FpsManagerTest() {
@@ -62,19 +47,32 @@ class FpsManagerTest : public ::testing::Test {
         Basics::Log::SetDebug(false);
     }
 
-    // One tick of the host after the given time; returns the node's text.
+    // One host tick after the given time, with a CPU load so light that the loading detectors
+    // never talk the EFPS down; returns the node's text.
     std::string Tick(FpsManager& manager, int ofps, float celsius = 30.0f, float mA = 1000.0f,
                      double seconds = 1.0, int refreshRate = 60) {
+        android::FpsStabilizer::SYS_INFO info;
+        std::memset(&info, 0, sizeof(info));
+        info.temperature_mC = static_cast<std::uint32_t>(celsius * 1000.0f);
+        info.electricCurrent_uA = static_cast<std::uint32_t>(mA * 1000.0f);
         clock.AdvanceSeconds(seconds);
-        manager.Update(Reading(celsius, mA), ofps, refreshRate);
+        manager.Update(info, ofps, refreshRate);
         manager.PostUpdate();
         return nodes.Read("efps_max");
     }
-
-    // EFPS the last tick settled on, from its closing DEBUG message.
+    // The EFPS the last tick settled on, from its closing message.
     std::string FinalEFPS() const {
         const auto finals = logs.Find(ANDROID_LOG_DEBUG, "[FpsManager] Finally, EFPS = ");
         return finals.empty() ? "<none>" : finals.back().text.substr(29);
+    }
+    size_t Logged(const std::string& text, int priority = ANDROID_LOG_DEBUG) const {
+        return logs.Count(priority, text);
+    }
+    std::vector<std::string> Errors() const {
+        std::vector<std::string> texts;
+        for (const LogMessage& message : logs.Find(ANDROID_LOG_ERROR))
+            texts.push_back(message.text);
+        return texts;
     }
 
     ManualClock clock;
