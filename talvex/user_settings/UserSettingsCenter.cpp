@@ -64,7 +64,21 @@ void UserSettingsCenter::OnCurrentBrainDie(int pid) {
                     "\t Note: current contents of UserSettingsCenter:\n");
         PrintUserSettingCandidates();
     }
+    actionsOwners_.erase(pid);
     if (currentBrainPid_ == pid) currentBrainPid_ = -1;
+}
+
+void UserSettingsCenter::SetActionsOwner(int pid, const void* owner) {
+    std::lock_guard<std::recursive_mutex> lock(hierarchyMutex_);
+    actionsOwners_[pid] = owner;
+}
+
+bool UserSettingsCenter::ReleaseActionsOf(int pid, const void* owner) {
+    std::lock_guard<std::recursive_mutex> lock(hierarchyMutex_);
+    const auto found = actionsOwners_.find(pid);
+    if (found == actionsOwners_.end() || found->second != owner) return false;
+    OnCurrentBrainDie(pid);
+    return true;
 }
 
 void UserSettingsCenter::RegisterUserSetting(const std::string& key, UserSettingAction&& action,
@@ -217,6 +231,7 @@ void UserSettingsCenter::ResetForTesting() {
     currentBrainPid_ = -1;
     dictionaryOfUserSettingActions_.clear();
     userSettingRecords_.clear();
+    actionsOwners_.clear();
 }
 
 }  // namespace UserSettings

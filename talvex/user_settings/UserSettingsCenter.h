@@ -25,6 +25,13 @@ class UserSettingsCenter {
     // Forgets the PID's actions and records; logs a warning block instead of throwing.
     void OnCurrentBrainDie(int pid);
 
+    // Which object's actions the center holds for a PID. An owner replaced by a newer one for the
+    // same PID (which re-registered the same keys) must not take the newer one's actions with it.
+    void SetActionsOwner(int pid, const void* owner);
+    // Forgets the PID as OnCurrentBrainDie does, but only while `owner` still holds its actions;
+    // returns whether it did.
+    bool ReleaseActionsOf(int pid, const void* owner);
+
     // Files the action under the current PID, replacing one registered under the same names.
     void RegisterUserSetting(const std::string& key, UserSettingAction&& action,
                              const std::string& category);
@@ -63,6 +70,7 @@ class UserSettingsCenter {
     int currentBrainPid_ = -1;
     std::map<int, ActionsByCategory> dictionaryOfUserSettingActions_;
     std::map<int, RecordsByKey> userSettingRecords_;
+    std::map<int, const void*> actionsOwners_;
     mutable std::recursive_mutex hierarchyMutex_;
 };
 

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <exception>
 #include <limits>
-#include <map>
-#include <mutex>
 
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Exceptions.h"
@@ -30,23 +28,6 @@ bool isOneOf(const std::vector<std::string>& commands, const std::string& text) 
 
 UserSettings::UserSettingsCenter& settingsCenter() {
     return UserSettings::UserSettingsCenter::GetInstance();
-}
-
-// Per PID, the manager whose actions the settings center holds. A newer manager for the same PID
-// replaces them when it registers, so an older one must leave them alone when it goes.
-std::mutex actionOwnersMutex;
-std::map<int, const void*>& actionOwners() {
-    static auto* owners = new std::map<int, const void*>();
-    return *owners;
-}
-
-// True when `owner` held the PID's actions; they are no longer its own afterwards.
-bool releaseActions(int pid, const void* owner) {
-    std::lock_guard<std::mutex> lock(actionOwnersMutex);
-    const auto found = actionOwners().find(pid);
-    if (found == actionOwners().end() || found->second != owner) return false;
-    actionOwners().erase(found);
-    return true;
 }
 
 void setLogLevel(const std::string& value) {
@@ -75,8 +56,7 @@ FpsManager::FpsManagerImpl::FpsManagerImpl(int pid, int screenRefreshRate)
         gfpsExplorer = std::make_unique<GfpsExplorer>();
         createLateObjects(screenRefreshRate);
         initDictionaryOfUserSettingActions();
-        std::lock_guard<std::mutex> lock(actionOwnersMutex);
-        actionOwners()[pid] = this;
+        settingsCenter().SetActionsOwner(pid, this);
     } catch (...) {
         // Whatever registered already points into an object that will never be complete.
         forgetUserSettings();
@@ -85,7 +65,11 @@ FpsManager::FpsManagerImpl::FpsManagerImpl(int pid, int screenRefreshRate)
 }
 
 FpsManager::FpsManagerImpl::~FpsManagerImpl() {
-    if (releaseActions(pid, this)) forgetUserSettings();
+    try {
+        settingsCenter().ReleaseActionsOf(pid, this);
+    } catch (...) {
+        // The center reports its own failures; a destructor has nowhere to send one.
+    }
 }
 
 void FpsManager::FpsManagerImpl::createLateObjects(int screenRefreshRate) {
@@ -97,7 +81,7 @@ void FpsManager::FpsManagerImpl::createLateObjects(int screenRefreshRate) {
 void FpsManager::FpsManagerImpl::initDictionaryOfUserSettingActions() {
     for (const std::string& key : USE_LOWER_BOUND_TO_STABILIZE_KEYS) {
         settingsCenter().RegisterUserSetting(
-            key, [this](std::string value) { SetDoesUseLowerBoundToStabilize(value); },
+            key, [this](const std::string& value) { SetDoesUseLowerBoundToStabilize(value); },
             kStabilizerCategory);
     }
 }
@@ -133,7 +117,6 @@ void FpsManager::FpsManagerImpl::PostUpdate() { systemInfo.PostUpdate(currentEFP
 void FpsManager::FpsManagerImpl::OnPause() {
     efpsMaxDevice.SetTargetStatus(defaultFrameStabilizedInfo);
     settingsCenter().OnCurrentBrainDie(pid);
-    releaseActions(pid, this);
 }
 
 void FpsManager::FpsManagerImpl::OnResume(int) { settingsCenter().OnCurrentBrainResume(pid); }
