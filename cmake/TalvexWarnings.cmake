@@ -2,6 +2,9 @@
 set(TALVEX_SANITIZERS "" CACHE STRING "Sanitizers to build with, e.g. address;undefined or thread")
 
 function(talvex_set_warnings target)
+    # Standard C++17 everywhere, so that every tool reads the sources as the compiler does.
+    set_target_properties(${target} PROPERTIES CXX_STANDARD 17 CXX_STANDARD_REQUIRED ON
+                                               CXX_EXTENSIONS OFF)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
     if(TALVEX_WARNINGS_AS_ERRORS)
         target_compile_options(${target} PRIVATE -Werror)

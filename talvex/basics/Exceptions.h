@@ -24,6 +24,7 @@ class ExceptionBase : public std::exception {
     std::string message;
 };
 
+// NOLINTBEGIN(bugprone-macro-parentheses): the argument is a class name.
 #define TALVEX_DECLARE_EXCEPTION(Name)                                                     \
     class Name : public ExceptionBase {                                                    \
       public:                                                                              \
@@ -44,9 +45,10 @@ TALVEX_DECLARE_EXCEPTION(TimeoutsException);
 TALVEX_DECLARE_EXCEPTION(ContainerEmptyException);
 
 #undef TALVEX_DECLARE_EXCEPTION
+// NOLINTEND(bugprone-macro-parentheses)
 
 }  // namespace Basics
 
 // Raises one of the family with the raising site filled in.
 #define TALVEX_THROW(ExceptionClass, detail) \
-    throw ::Basics::ExceptionClass(__FILE__, __func__, __LINE__, (detail))
+    throw ::Basics::ExceptionClass(__FILE__, __func__, __LINE__, (detail))  // NOLINT

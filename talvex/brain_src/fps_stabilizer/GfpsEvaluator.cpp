@@ -32,11 +32,11 @@ void GfpsEvaluator::initDictionaryOfUserSettingActions() {
     auto& center = UserSettings::UserSettingsCenter::GetInstance();
     for (const char* key : {"gfps", "efps"}) {
         center.RegisterUserSetting(
-            key, [this](std::string value) { SetGfpsCandidates(value); }, kSettingCategory);
+            key, [this](const std::string& value) { SetGfpsCandidates(value); }, kSettingCategory);
     }
     for (const char* key : {"sfps_lower_bound", "sfps", "ofps_max"}) {
         center.RegisterUserSetting(
-            key, [this](std::string value) { SetSfpsLowerBoundCandidates(value); },
+            key, [this](const std::string& value) { SetSfpsLowerBoundCandidates(value); },
             kSettingCategory);
     }
 }

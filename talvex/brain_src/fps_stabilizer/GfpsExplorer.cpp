@@ -44,11 +44,12 @@ void GfpsExplorer::initDictionaryOfUserSettingActions() {
     auto& center = UserSettings::UserSettingsCenter::GetInstance();
     for (const char* key : {"explore_duration_ms", "ExploreDuration_ms", "ex_du"}) {
         center.RegisterUserSetting(
-            key, [this](std::string value) { SetExploreDuration_ms(value); }, kSettingCategory);
+            key, [this](const std::string& value) { SetExploreDuration_ms(value); },
+            kSettingCategory);
     }
     for (const char* key : {"explore_buffer_size", "ExploreBufferSize", "ex_buf"}) {
         center.RegisterUserSetting(
-            key, [this](std::string value) { SetBufferSize(value); }, kSettingCategory);
+            key, [this](const std::string& value) { SetBufferSize(value); }, kSettingCategory);
     }
 }
 

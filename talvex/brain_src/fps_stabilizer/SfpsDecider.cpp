@@ -109,11 +109,11 @@ SfpsDeciderAccordingToTemperature::SfpsDeciderAccordingToTemperature()
 
 void SfpsDeciderAccordingToTemperature::initDictionaryOfUserSettingActions() {
     registerAliases(TEMPERATURE_LOWER_BOUND_KEYS, TEMPERATURE_CATEGORY,
-                    [this](std::string value) { SetTemperatureLowerBound(value); });
+                    [this](const std::string& value) { SetTemperatureLowerBound(value); });
     registerAliases(TIME_TO_STAY_IN_GFPS_AT_LEAST_KEYS, TEMPERATURE_CATEGORY,
-                    [this](std::string value) { SetTimeToStayInGfpsAtLeast(value); });
+                    [this](const std::string& value) { SetTimeToStayInGfpsAtLeast(value); });
     registerAliases(TEMPERATURE_UPPER_BOUND_KEYS, TEMPERATURE_CATEGORY,
-                    [this](std::string value) { SetTemperatureUpperBound(value); });
+                    [this](const std::string& value) { SetTemperatureUpperBound(value); });
 }
 
 void SfpsDeciderAccordingToTemperature::Update(int GFPS, int sfpsLowerBound,
@@ -144,7 +144,7 @@ void SfpsDeciderAccordingToTemperature::Update(int GFPS, int sfpsLowerBound,
                 "[SfpsDeciderByTemperature][Update] durationSinceStartToConsiderStabilization=%d",
                 waited_s);
             if (!(TIME_TO_STAY_IN_GFPS_AT_LEAST_S.load() > static_cast<float>(waited_s))) {
-                start(GFPS, sfpsLowerBound);
+                start(GFPS, static_cast<float>(sfpsLowerBound));
                 status = MovingToBalancedSlightly;
                 TALVEX_LOGD("[SfpsDeciderByTemperature][Update] start() with GFPS_=%d", GFPS_);
             }
@@ -164,7 +164,7 @@ void SfpsDeciderAccordingToTemperature::Update(int GFPS, int sfpsLowerBound,
             break;
         case Paused:
             status = Activate;
-            resume(GFPS, sfpsLowerBound, temperature_Celsius);
+            resume(GFPS, static_cast<float>(sfpsLowerBound), temperature_Celsius);
             TALVEX_LOGD("[SfpsDeciderByTemperature][Update] resume() with GFPS_=%d", GFPS_);
             break;
         default:
@@ -295,9 +295,9 @@ SfpsDeciderAccordingToElectricCurrent::SfpsDeciderAccordingToElectricCurrent()
 
 void SfpsDeciderAccordingToElectricCurrent::initDictionaryOfUserSettingActions() {
     registerAliases(ELECTRIC_CURRENT_THRESHOLD_KEYS, CURRENT_CATEGORY,
-                    [this](std::string value) { SetElectricCurrentToStabilizeFPS(value); });
+                    [this](const std::string& value) { SetElectricCurrentToStabilizeFPS(value); });
     registerAliases(TIME_TO_STAY_IN_GFPS_AT_LEAST_KEYS, CURRENT_CATEGORY,
-                    [this](std::string value) { SetTimeToStayInGfpsAtLeast(value); });
+                    [this](const std::string& value) { SetTimeToStayInGfpsAtLeast(value); });
 }
 
 bool SfpsDeciderAccordingToElectricCurrent::IsElectricCurrentReasonable(float electricCurrent_mA) {
@@ -346,7 +346,7 @@ void SfpsDeciderAccordingToElectricCurrent::Update(int GFPS, int sfpsLowerBound,
                 "[SfpsDeciderByCurrent][Update] durationSinceStartToConsiderStabilization = %d",
                 waited_s);
             if (!(TIME_TO_STAY_IN_GFPS_AT_LEAST_S.load() > static_cast<float>(waited_s))) {
-                start(GFPS, sfpsLowerBound);
+                start(GFPS, static_cast<float>(sfpsLowerBound));
                 status = Activate;
             }
             break;
