@@ -7,7 +7,9 @@ set(CMAKE_LIBRARY_ARCHITECTURE arm-linux-gnueabihf)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
 
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)
+# The multiarch root, not the cross toolchain's: the toolchain's older loader with the multiarch
+# libc crashes in pthread_create.
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /)
 
 # Look for programs on the host; libraries and packages only in the armhf multiarch tree.
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)

@@ -1,6 +1,7 @@
 # Runs the simulator end to end: the trace must hold what the library itself emitted, which only
 # the program's interposed trace entry points can capture.
-execute_process(COMMAND "${SIM}" "${SCENARIO}" --out "${OUT}" --no-progress
+string(REPLACE "|" ";" emulator "${EMULATOR}")
+execute_process(COMMAND ${emulator} "${SIM}" "${SCENARIO}" --out "${OUT}" --no-progress
                 RESULT_VARIABLE status OUTPUT_VARIABLE summary ERROR_VARIABLE errors)
 if(NOT status EQUAL 0)
     message(FATAL_ERROR "talvex-sim failed (${status}): ${errors}")
