@@ -198,6 +198,12 @@ void Quillet::QuilletImpl::sendInfoToAI() {
         atrace_int(TALVEX_TRACE_TAG, "AI_Egl QuotaCounts", static_cast<int32_t>(quotaCount));
     }
 
+    // Opened before the line is built: a node that cannot be written costs no formatting.
+    const int node = openInfoNode();
+    if (node < 0) {
+        warnUnwritableNode("send info to Brain");
+        return;
+    }
     char window[96];
     clearableQueue.FormatDumpedFileInfo(window, sizeof(window));
     const InfoLine line{isExploring ? -SFPS : SFPS,
@@ -211,14 +217,17 @@ void Quillet::QuilletImpl::sendInfoToAI() {
                         isExploring ? 0.0f : sleepDuration_ms};
     char text[256];
     const int length = FormatInfoLine(text, sizeof(text), line);
-    if (length < 0) return;
-    if (!writeInfoNode(text, std::min(static_cast<std::size_t>(length), sizeof(text) - 1))) {
-        warnUnwritableNode("send info to Brain");
-    }
+    writeAndClose(node, text,
+                  length < 0 ? 0 : std::min(static_cast<std::size_t>(length), sizeof(text) - 1));
 }
 
 void Quillet::QuilletImpl::clearInfoNode() {
-    if (!writeInfoNode("\n", 1)) warnUnwritableNode("clear the info to Brain");
+    const int node = openInfoNode();
+    if (node < 0) {
+        warnUnwritableNode("clear the info to Brain");
+        return;
+    }
+    writeAndClose(node, "\n", 1);
 }
 
 void Quillet::QuilletImpl::clearSysTraceInfo() {
@@ -230,10 +239,12 @@ void Quillet::QuilletImpl::clearSysTraceInfo() {
     }
 }
 
-bool Quillet::QuilletImpl::writeInfoNode(const char* text, std::size_t length) const {
+int Quillet::QuilletImpl::openInfoNode() const {
     // Created, when missing, as a stream opened for writing would create it.
-    const int node = ::open(infoNodePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (node < 0) return false;
+    return ::open(infoNodePath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+}
+
+void Quillet::QuilletImpl::writeAndClose(int node, const char* text, std::size_t length) {
     // Failures after the open go unreported, like a stream's failed write or close.
     std::size_t written = 0;
     while (written < length) {
@@ -243,7 +254,6 @@ bool Quillet::QuilletImpl::writeInfoNode(const char* text, std::size_t length) c
         written += static_cast<std::size_t>(result);
     }
     ::close(node);
-    return true;
 }
 
 void Quillet::QuilletImpl::warnUnwritableNode(const char* attempt) const {

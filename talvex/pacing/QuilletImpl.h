@@ -56,7 +56,9 @@ class Quillet::QuilletImpl {
     void clearInfoNode();
     void clearSysTraceInfo();
     // One open-truncate-write-close cycle; false when the node cannot be opened.
-    bool writeInfoNode(const char* text, std::size_t length) const;
+    // A descriptor of the node truncated for writing, or -1.
+    int openInfoNode() const;
+    static void writeAndClose(int node, const char* text, std::size_t length);
     // attempt completes "Error occur while try to ...".
     void warnUnwritableNode(const char* attempt) const;
 
