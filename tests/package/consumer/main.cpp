@@ -4,6 +4,7 @@
 #include <talvex/Talvex.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <string>
 
@@ -39,6 +40,7 @@ int main() {
         pacer.PostUpdate();
     }
     manager.OnPause();
+    std::filesystem::remove_all(pattern);
 
     std::printf("consumer: efps_max after one tick '%s', first sleep %.1f ms\n", efpsMax.c_str(),
                 sleep_ms);
