@@ -74,5 +74,5 @@ format: ## Format the tree with clang-format
 format-check: ## Fail when a file is not formatted
 	@$(FORMAT_FILES) | xargs -r clang-format --dry-run --Werror
 
-clean: ## Remove build outputs
-	rm -rf $(BUILD_DIR) out
+clean: ## Remove every build tree and the outputs
+	rm -rf $(BUILD_DIR) build-asan build-tsan build-arm build-fuzz build-bench out
