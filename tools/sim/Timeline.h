@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -16,6 +18,22 @@ struct FrameStats {
 // Nearest-rank percentiles; nothing for no frames.
 std::optional<FrameStats> ComputeFrameStats(std::vector<float> lengths_ms);
 
+// Every frame of a run in fixed memory, however long the run: lengths to the microsecond up to
+// a bound, the rare longer ones kept exactly. Percentiles are nearest-rank, to the microsecond.
+class FrameHistogram {
+  public:
+    void Add(float length_ms);
+    std::uint64_t Count() const { return count; }
+    std::optional<FrameStats> Stats() const;
+
+  private:
+    static constexpr size_t kBins = 250'000;  // 1 us each: up to 250 ms
+    std::vector<std::uint32_t> bins;
+    std::vector<float> longer_ms;
+    std::uint64_t count = 0;
+    double sum_ms = 0.0;
+};
+
 // One host tick as the outputs show it.
 struct TimelineRow {
     double time_s = 0.0;
@@ -30,6 +48,16 @@ struct TimelineRow {
     int exploringTicks = 0;            // host ticks of this row with a negative reported SFPS
     int exploringSfps = -1;            // the last such SFPS, for the chart
     std::optional<FrameStats> frames;  // of the frames that ended in this tick
+
+    // What the report needs besides what the library saw.
+    double deviceTemperature_C = 0.0;  // the model's own, without the sensors' noise or faults
+    double power_W = 0.0;              // mean power drawn since the previous row
+    double interval_s = 1.0;           // time this row stands for
+    int heldFps = 0;           // the rate the frames are held to: the pacer's target, else the cap
+    int jankFrames = 0;        // frames of this row longer than 1.5 times the held period
+    int governorState = 0;     // the thermal governor's cooling state (0: full clock)
+    double lowerBound_C = 40;  // the temperature decider's bounds in force
+    double upperBound_C = 45;
 };
 
 void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows);

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace TalvexSim {
+
+// Who keeps the frame rate in a run. The thermal governor belongs to the device and is on in
+// every policy but None, as on a real phone.
+enum class PolicyKind {
+    Library,   // "talvex": the FPS manager decides, the pacing object holds its SFPS
+    Governor,  // "governor": no library, the game at its own cap
+    Fixed,     // "fixed:N": the pacing object held at N throughout, no FPS manager
+    None,      // "none": neither the library nor the governor, the thermal worst case
+};
+
+struct Policy {
+    PolicyKind kind = PolicyKind::Library;
+    int fixedFps = 0;  // Fixed only
+    std::string name;  // as written: "talvex", "fixed:45", ...
+
+    bool UsesManager() const { return kind == PolicyKind::Library; }
+    bool GovernorOn() const { return kind != PolicyKind::None; }
+};
+
+// Throws std::invalid_argument with a message naming the faulty item.
+Policy ParsePolicy(const std::string& text);
+// A comma-separated list; an empty text gives talvex, governor and none.
+std::vector<Policy> ParsePolicyList(const std::string& text);
+
+}  // namespace TalvexSim
