@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/sim/FaultOutcome.h"
 #include "tools/sim/ReplayLog.h"
 #include "tools/sim/Scenario.h"
 #include "tools/sim/Timeline.h"
@@ -35,6 +36,7 @@ struct RunResult {
     size_t libraryWarnings = 0;
     // Settings events the library refused during the run, with where each was written.
     std::vector<std::string> refusedEvents;
+    std::vector<FaultOutcome> faults;  // one per fault event, in the scenario's order
 };
 
 // A game session in one closed loop on virtual time: the game and device models produce frames
