@@ -108,4 +108,12 @@ std::string FormatSummary(const Summary& summary, const SummaryContext& context)
     return text;
 }
 
+std::string FormatNumber(const char* pattern, double value) { return format(pattern, value); }
+
+std::string GroupThousands(std::uint64_t value) { return grouped(value); }
+
+std::string SummaryLine(const std::string& label, const std::string& value) {
+    return line(label, value);
+}
+
 }  // namespace TalvexSim

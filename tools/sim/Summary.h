@@ -41,4 +41,10 @@ struct SummaryContext {
 
 std::string FormatSummary(const Summary& summary, const SummaryContext& context);
 
+// The summary block's formatting, for other blocks of the same output.
+std::string FormatNumber(const char* pattern, double value);  // one double through snprintf
+std::string GroupThousands(std::uint64_t value);              // 1234567 as "1,234,567"
+// "  label" padded to a column, then the value and a line feed.
+std::string SummaryLine(const std::string& label, const std::string& value);
+
 }  // namespace TalvexSim

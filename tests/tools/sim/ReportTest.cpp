@@ -1,0 +1,232 @@
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+#include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
+#include "talvex/user_settings/UserSettingsCenter.h"
+#include "tools/sim/EffectiveFloor.h"
+#include "tools/sim/Report.h"
+
+namespace TalvexSim {
+namespace {
+
+// One running second, held at `held`, cool, at the game's cap unless told otherwise.
+TimelineRow second(double time_s, int held, int ofps) {
+    TimelineRow row;
+    row.time_s = time_s;
+    row.heldFps = held;
+    row.ofps = ofps;
+    row.gfps = 60;
+    row.deviceTemperature_C = 35.0;
+    return row;
+}
+
+ReportContext context(double running_s) {
+    ReportContext context;
+    context.scenario = "hand-made";
+    context.policy = "talvex";
+    context.running_s = running_s;
+    context.gameCapFps = 60;
+    return context;
+}
+
+const Finding* find(const Report& report, const std::string& kind) {
+    for (const Finding& finding : report.diagnostics) {
+        if (finding.kind == kind) return &finding;
+    }
+    return nullptr;
+}
+
+double evidence(const Finding& finding, const std::string& name) {
+    for (const auto& [key, value] : finding.evidence) {
+        if (key == name) return value;
+    }
+    ADD_FAILURE() << "no evidence named " << name;
+    return -1.0;
+}
+
+TEST(ReportTest, StabilitySkipsTheStartAndThreeSecondsAroundEveryEvent) {
+    ReportBuilder builder;
+    for (int t = 1; t <= 45; ++t) {
+        const int held = t < 20 ? 60 : 45;  // the held rate changes at 20
+        int ofps = held;
+        if (t == 5 || t == 18 || t == 37) ofps = 30;  // start, before the change, after resume
+        if (t == 25) ofps = 40;                          // steady and off
+        if (t == 12) ofps = 59;                          // steady and within 1
+        TimelineRow row = second(t, held, ofps);
+        row.paused = t >= 31 && t <= 35;  // paused at 31, resumed at 36
+        builder.Add(row);
+    }
+    const Report report = builder.Finish(context(40), FrameHistogram());
+    // Steady: 11-16, 24-27 and 40-45; off among them: 25 alone.
+    EXPECT_DOUBLE_EQ(report.steady_s, 16.0);
+    ASSERT_TRUE(report.fpsStability.has_value());
+    EXPECT_DOUBLE_EQ(*report.fpsStability, 15.0 / 16.0);
+    EXPECT_FALSE(ReportBuilder().Finish(context(0), FrameHistogram()).fpsStability.has_value());
+}
+
+TEST(ReportTest, SfpsReversalsBetweenTwoValuesAreADither) {
+    ReportBuilder builder;
+    std::vector<int> sfps = {-1, 50, 49, 48, 47};
+    for (int i = 0; i < 30; ++i) sfps.push_back(i % 2 == 0 ? 48 : 47);  // 30 reversals
+    sfps.insert(sfps.end(), {-48, 48, -1, 40, 45, 40});  // exploring is skipped; -1 ends it
+    for (size_t i = 0; i < sfps.size(); ++i) {
+        TimelineRow row = second(static_cast<double>(i + 1), 60, 60);
+        row.sfps = sfps[i];
+        builder.Add(row);
+    }
+    const Report report = builder.Finish(context(600), FrameHistogram());
+    // 3 steps down, 30 alternations, 47->48 after exploring, then 40->45->40 anew.
+    EXPECT_DOUBLE_EQ(report.sfpsChangesPer10Min, 3 + 30 + 1 + 2);
+    EXPECT_DOUBLE_EQ(report.sfpsReversalsPer10Min, 30 + 1 + 1);
+    const Finding* dither = find(report, "sfps_dither");
+    ASSERT_NE(dither, nullptr);
+    EXPECT_EQ(evidence(*dither, "reversals"), 31);
+    EXPECT_EQ(evidence(*dither, "low_sfps"), 47);
+    EXPECT_EQ(evidence(*dither, "high_sfps"), 48);
+    EXPECT_NE(dither->text.find("reversed 31 times between 47 and 48"), std::string::npos);
+}
+
+TEST(ReportTest, GfpsFlapsWithTheRateReachedAndAPauseBreaksTheChain) {
+    ReportBuilder builder;
+    double t = 0;
+    for (int i = 0; i < 40; ++i) {
+        TimelineRow row = second(++t, 30, i % 2 == 0 ? 28 : 31);
+        row.gfps = i % 2 == 0 ? 25 : 30;
+        builder.Add(row);
+    }
+    TimelineRow paused = second(++t, 30, 0);
+    paused.paused = true;
+    builder.Add(paused);
+    for (int i = 0; i < 5; ++i) {
+        TimelineRow row = second(++t, 40, 40);
+        row.gfps = 40;
+        builder.Add(row);
+    }
+    ReportContext ctx = context(1200);
+    ctx.efpsMaxWrites = 123;
+    const Report report = builder.Finish(ctx, FrameHistogram());
+    EXPECT_DOUBLE_EQ(report.gfpsChangesPer10Min, 39.0 / 2.0);  // 30 -> 40 across the pause is none
+    const Finding* flap = find(report, "gfps_flapping");
+    ASSERT_NE(flap, nullptr);
+    EXPECT_EQ(evidence(*flap, "low_gfps"), 25);
+    EXPECT_EQ(evidence(*flap, "high_gfps"), 30);
+    EXPECT_EQ(evidence(*flap, "gfps_changes"), 39);
+    EXPECT_DOUBLE_EQ(evidence(*flap, "mean_ofps_while_flapping"), 29.5);
+    EXPECT_EQ(evidence(*flap, "efps_max_writes"), 123);
+    // Too rare to be a finding: the same 39 changes over ten hours.
+    ReportBuilder rare;
+    for (int i = 0; i < 40; ++i) {
+        TimelineRow row = second(i + 1, 30, 30);
+        row.gfps = i % 2 == 0 ? 25 : 30;
+        rare.Add(row);
+    }
+    EXPECT_EQ(find(rare.Finish(context(36000), FrameHistogram()), "gfps_flapping"), nullptr);
+}
+
+TEST(ReportTest, RecoveryIsTimedFromTheLastFallBelowTheLowerBound) {
+    ReportBuilder builder;
+    const auto add = [&builder](double t, double temperature_C, int sfps) {
+        TimelineRow row = second(t, 60, 60);
+        row.deviceTemperature_C = temperature_C;
+        row.sfps = sfps;
+        builder.Add(row);
+    };
+    add(1, 38, -1);
+    add(2, 41, 60);
+    add(3, 46, 50);  // first decrease
+    add(4, 39, 48);  // cool ...
+    add(5, 40.5, 48);  // ... warm again
+    add(6, 39.5, 48);  // cool from here
+    add(7, 39.0, -48);  // exploring: neither ends nor breaks it
+    add(26, 38.0, 60);  // back at the GFPS
+    add(27, 46.0, 45);  // a second episode is not reported
+    add(28, 30.0, -1);
+    const Report report = builder.Finish(context(28), FrameHistogram());
+    EXPECT_EQ(report.timeToFirstDecrease_s, 3.0);
+    EXPECT_EQ(report.timeToRecover_s, 20.0);
+
+    ReportBuilder never;
+    TimelineRow hot = second(1, 45, 45);
+    hot.sfps = 45;
+    hot.deviceTemperature_C = 47;
+    never.Add(hot);
+    EXPECT_FALSE(never.Finish(context(1), FrameHistogram()).timeToRecover_s.has_value());
+}
+
+UserSettings::UserSetting record(const std::string& key, const std::string& value) {
+    return {"stabilizer", key, value};
+}
+
+TEST(ReportTest, FloorComesFromTheEvaluatorAndLeavesOtherActionsInPlace) {
+    const TalvexTest::LogCapture log;
+    auto& center = UserSettings::UserSettingsCenter::GetInstance();
+    // Another game's evaluator, registered before and used after.
+    center.OnCurrentBrainResume(4321);
+    android::FpsStabilizer::GfpsEvaluator other(60);
+
+    const std::vector<UserSettings::UserSetting> settings = {
+        record("gfps", "30-60-90-max"), record("sfps", "0-0-60-110"),
+        {"sfps_temperature", "max_temperature", "46"},  // for another component
+        record("ofps_max", "0-0-60-80")};               // replaces the list
+    const std::vector<SfpsFloor> floors = EffectiveSfpsFloors(settings, 120, {60, 90, 120});
+    ASSERT_EQ(floors.size(), 3u);
+    EXPECT_EQ(floors[0].floor, 0);
+    EXPECT_EQ(floors[1].floor, 75);
+    EXPECT_EQ(floors[2].floor, 105);
+    EXPECT_EQ(floors[2].record, "stabilizer,ofps_max,0-0-60-80");
+    EXPECT_EQ(floors[2].configured, 80);
+    EXPECT_EQ(floors[2].candidateBelow, 90);
+    EXPECT_EQ(floors[1].record, "stabilizer,sfps,0-0-60-110");  // unchanged by the last one
+    EXPECT_FALSE(EffectiveSfpsFloors({}, 60, {60})[0].floor.has_value());
+
+    center.OnCurrentBrainResume(4321);
+    center.OnUserSettingParameter(record("gfps", "30-60"));
+    other.Update(60, 60);
+    EXPECT_EQ(other.GetNearestGFPS(), 60);
+    center.OnCurrentBrainDie(4321);
+}
+
+TEST(ReportTest, HotAtTheFloorNamesTheSettingAndJsonKeepsItsShape) {
+    ReportBuilder builder;
+    for (int t = 1; t <= 300; ++t) {
+        TimelineRow row = second(t, 105, 105);
+        row.gfps = 120;
+        row.sfps = 105;
+        row.deviceTemperature_C = 52.0;
+        row.upperBound_C = 46.0;
+        row.power_W = 1.0 / 3.0;
+        builder.Add(row);
+    }
+    ReportContext ctx = context(300);
+    ctx.refreshRate_Hz = 120;
+    ctx.settings = {record("gfps", "30-60-90-120"), record("sfps", "0-0-60-80")};
+    const Report report = builder.Finish(ctx, FrameHistogram());
+    const Finding* hot = find(report, "hot_at_sfps_floor");
+    ASSERT_NE(hot, nullptr);
+    EXPECT_EQ(evidence(*hot, "time_above_upper_bound_at_floor_s"), 300);
+    EXPECT_EQ(evidence(*hot, "configured_sfps_lower_bound"), 80);
+    EXPECT_NE(hot->text.find("'stabilizer,sfps,0-0-60-80': its entry 80 for GFPS 120 is raised "
+                             "to 105"),
+              std::string::npos)
+        << hot->text;
+
+    Json::Value json;
+    std::string errors;
+    const std::string text = ReportJson(report);
+    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    ASSERT_TRUE(reader->parse(text.data(), text.data() + text.size(), &json, &errors)) << errors;
+    EXPECT_TRUE(json["time_to_recover_s"].isNull());
+    EXPECT_EQ(json["time_to_first_decrease_s"].asDouble(), 1.0);
+    EXPECT_EQ(json["effective_sfps_floor"]["120"].asInt(), 105);
+    EXPECT_EQ(json["time_above_upper_bound_s"].asDouble(), 300.0);
+    EXPECT_NE(text.find("\"mean_power_w\" : 0.333,"), std::string::npos);
+    EXPECT_EQ(json["diagnostics"][0]["evidence"]["sfps_floor"].asDouble(), 105.0);
+}
+
+}  // namespace
+}  // namespace TalvexSim
