@@ -15,8 +15,9 @@ constexpr int kWithinFps = 1;
 
 // Findings fire from these counts on, and only when they also come at least this often, so
 // that a long run's handful of legitimate steps does not read as a fault.
-constexpr std::uint64_t kDitherReversals = 20;  // of the SFPS, between the same two values
-constexpr std::uint64_t kFlapChanges = 20;      // of the GFPS, between the same two candidates
+// Of the SFPS between the same two values, the GFPS unchanged.
+constexpr std::uint64_t kDitherReversals = 20;
+constexpr std::uint64_t kFlapChanges = 20;  // of the GFPS, between the same two candidates
 constexpr double kLeastPer10Min = 5.0;
 // Above the upper bound with the SFPS at its floor, in all.
 constexpr double kHotAtFloor_s = 120.0;
@@ -55,6 +56,9 @@ void ReportBuilder::Add(const TimelineRow& row) {
         lastSfps.reset();
         lastSfpsDirection = 0;
         lastGfps.reset();
+        // The manager starts afresh on resume: that is no recovery.
+        stabilized = false;
+        coolSince_s.reset();
         return;
     }
     ++runningRows;
@@ -114,11 +118,16 @@ void ReportBuilder::addSfps(const TimelineRow& row) {
             const int direction = row.sfps > *lastSfps ? 1 : -1;
             if (lastSfpsDirection == -direction) {
                 ++sfpsReversals;
-                ++reversalsByPair[{std::min(row.sfps, *lastSfps), std::max(row.sfps, *lastSfps)}];
+                // One that follows a new GFPS is the GFPS's doing, not the decider's.
+                if (row.gfps == lastSfpsGfps) {
+                    ++reversalsByPair[{std::min(row.sfps, *lastSfps),
+                                       std::max(row.sfps, *lastSfps)}];
+                }
             }
             lastSfpsDirection = direction;
         }
         lastSfps = row.sfps;
+        lastSfpsGfps = row.gfps;
     }
 }
 
@@ -211,7 +220,8 @@ std::vector<Finding> ReportBuilder::findings(const Report& report,
                                   std::to_string(low) + " and " + std::to_string(high) + " (" +
                                   number(per10Min(dither->second, running_s), 1) + " per 10 min)";
         found.push_back(
-            {"sfps_dither", brief,
+            {"sfps_dither",
+             brief,
              "The SFPS dithers: it reversed " + count(dither->second) + " times between " +
                  std::to_string(low) + " and " + std::to_string(high) + " (" +
                  number(per10Min(dither->second, running_s), 1) + " per 10 min; " +
@@ -236,13 +246,14 @@ std::vector<Finding> ReportBuilder::findings(const Report& report,
                            number(per10Min(flap->second, running_s), 1) +
                            " per 10 min), each one a new efps_max text";
         if (context.efpsMaxWrites) text += " (" + count(*context.efpsMaxWrites) + " writes in all)";
-        text += ", and each one pauses the temperature decider and resets the current decider. "
-                "While the GFPS is " +
-                std::to_string(low) + " or " + std::to_string(high) + " the game reaches " +
-                number(reached, 1) + " FPS on average (its cap is " +
-                std::to_string(context.gameCapFps) +
-                "). A GFPS list whose candidates match the rates the game really reaches, "
-                "without two candidates that close, keeps the GFPS still.";
+        text +=
+            ", and each one pauses the temperature decider and resets the current decider. "
+            "While the GFPS is " +
+            std::to_string(low) + " or " + std::to_string(high) + " the game reaches " +
+            number(reached, 1) + " FPS on average (its cap is " +
+            std::to_string(context.gameCapFps) +
+            "). A GFPS list whose candidates match the rates the game really reaches, "
+            "without two candidates that close, keeps the GFPS still.";
         Finding finding{"gfps_flapping",
                         "GFPS flapped " + count(flap->second) + " times between " +
                             std::to_string(low) + " and " + std::to_string(high) +
@@ -275,11 +286,11 @@ std::vector<Finding> ReportBuilder::findings(const Report& report,
     if (hot != nullptr) {
         const int gfps = atFloor->gfps;
         const int floor = *atFloor->floor;
-        std::string text = "The device stays above the upper bound (" +
-                           number(hot->upperBound_C, 1) + " \u00b0C) for " + minutes(hot->hot_s) +
-                           ", up to " + number(hot->peak_C, 1) + " \u00b0C, while the SFPS sits at " +
-                           std::to_string(floor) + ", its floor for GFPS " + std::to_string(gfps) +
-                           " (held there " + minutes(hot->held_s) + "). ";
+        std::string text =
+            "The device stays above the upper bound (" + number(hot->upperBound_C, 1) +
+            " \u00b0C) for " + minutes(hot->hot_s) + ", up to " + number(hot->peak_C, 1) +
+            " \u00b0C, while the SFPS sits at " + std::to_string(floor) + ", its floor for GFPS " +
+            std::to_string(gfps) + " (held there " + minutes(hot->held_s) + "). ";
         if (atFloor->configured && *atFloor->configured < floor && atFloor->candidateBelow) {
             text += "The floor is set by '" + atFloor->record + "': its entry " +
                     std::to_string(*atFloor->configured) + " for GFPS " + std::to_string(gfps) +
@@ -291,8 +302,8 @@ std::vector<Finding> ReportBuilder::findings(const Report& report,
                     std::to_string(*atFloor->candidateBelow) + " in the GFPS list.";
         } else {
             text += "The floor is set by '" + atFloor->record +
-                    "'. To let the SFPS go lower, lower its entry for GFPS " + std::to_string(gfps) +
-                    ".";
+                    "'. To let the SFPS go lower, lower its entry for GFPS " +
+                    std::to_string(gfps) + ".";
         }
         Finding finding{"hot_at_sfps_floor",
                         minutes(hot->hot_s) + " above " + number(hot->upperBound_C, 1) +

@@ -34,9 +34,10 @@ namespace TalvexSim {
 //   changes alike, over running rows with a positive GFPS; a pause breaks the chain. Rates are
 //   per 10 running minutes.
 // - time_to_first_decrease_s: the first running row with 0 < SFPS < GFPS.
-//   time_to_recover_s: the first stabilization that ends (the SFPS back at the GFPS, or no longer
-//   held) on a running row while the device is below the lower bound, timed from the last
-//   running row at which the temperature fell below that bound. Nothing when it never happens.
+//   time_to_recover_s: the first stabilization (0 < SFPS < GFPS) that ends, the SFPS back at
+//   the GFPS or no longer held, on a running row while the device is below the lower bound,
+//   timed from the last running row at which its temperature fell below that bound. A pause
+//   ends a stabilization without a recovery. Nothing when it never happens.
 struct ReportContext {
     std::string scenario;
     std::string policy;  // as written: "talvex", "fixed:45", ...
@@ -146,6 +147,7 @@ class ReportBuilder {
     std::optional<double> recover_s;
 
     std::optional<int> lastSfps;
+    int lastSfpsGfps = 0;  // the GFPS of lastSfps
     int lastSfpsDirection = 0;
     std::uint64_t sfpsChanges = 0;
     std::uint64_t sfpsReversals = 0;

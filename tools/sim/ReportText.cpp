@@ -134,13 +134,12 @@ std::string ReportMarkdown(const Report& report) {
     row("FPS stability (steady time within 1 FPS of the held rate)",
         percent(report.fpsStability) + " of " + fixed(report.steady_s, " s", 0));
     row("Mean FPS", fixed(report.meanFps, ""));
-    row("Frame time p50 / p99",
-        report.frameP50_ms ? fixed(*report.frameP50_ms, "", 2) + " / " +
-                                 fixed(*report.frameP99_ms, " ms", 2)
-                           : "no frames");
+    row("Frame time p50 / p99", report.frameP50_ms ? fixed(*report.frameP50_ms, "", 2) + " / " +
+                                                         fixed(*report.frameP99_ms, " ms", 2)
+                                                   : "no frames");
     row("Jank per minute", fixed(report.jankPerMin, "", 2));
-    row("Peak temperature", report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C")
-                                                     : "no rows");
+    row("Peak temperature",
+        report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C") : "no rows");
     row("Time above the upper bound", fixed(report.timeAboveUpperBound_s, " s", 0));
     row("Energy", fixed(report.energy_J, " J", 0));
     row("Mean power", fixed(report.meanPower_W, " W", 2));
@@ -167,9 +166,10 @@ std::string ReportMarkdown(const Report& report) {
     for (const Finding& finding : report.diagnostics) md += "- " + finding.text + "\n";
 
     if (!report.faults.empty()) {
-        md += "\n## Fault events\n\n"
-              "| Event | At, s | For, s | Ticks | Frames | Escaped exceptions | Errors | Warnings "
-              "| Node restored at, s |\n|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
+        md +=
+            "\n## Fault events\n\n"
+            "| Event | At, s | For, s | Ticks | Frames | Escaped exceptions | Errors | Warnings "
+            "| Node restored at, s |\n|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
         for (const FaultOutcome& fault : report.faults) {
             md += "| " + markdownCell(fault.type + " " + fault.detail) + " | " +
                   fixed(fault.at_s, "") + " | " + fixed(fault.duration_s, "") + " | " +
@@ -192,8 +192,8 @@ std::string ReportSummaryLines(const Report& report) {
                                                   : std::string("none")) +
                             ", " + fixed(report.timeAboveUpperBound_s, " s", 0) +
                             " above the upper bound");
-    text += SummaryLine("energy", fixed(report.energy_J, " J", 0) + ", mean " +
-                                      fixed(report.meanPower_W, " W", 2));
+    text += SummaryLine(
+        "energy", fixed(report.energy_J, " J", 0) + ", mean " + fixed(report.meanPower_W, " W", 2));
     text += SummaryLine("time to recover", orNever(report.timeToRecover_s, " s"));
     text += SummaryLine("SFPS changes / reversals", fixed(report.sfpsChangesPer10Min, "") + " / " +
                                                         fixed(report.sfpsReversalsPer10Min, "") +

@@ -55,8 +55,8 @@ TEST(ReportTest, StabilitySkipsTheStartAndThreeSecondsAroundEveryEvent) {
         const int held = t < 20 ? 60 : 45;  // the held rate changes at 20
         int ofps = held;
         if (t == 5 || t == 18 || t == 37) ofps = 30;  // start, before the change, after resume
-        if (t == 25) ofps = 40;                          // steady and off
-        if (t == 12) ofps = 59;                          // steady and within 1
+        if (t == 25) ofps = 40;                       // steady and off
+        if (t == 12) ofps = 59;                       // steady and within 1
         TimelineRow row = second(t, held, ofps);
         row.paused = t >= 31 && t <= 35;  // paused at 31, resumed at 36
         builder.Add(row);
@@ -138,10 +138,10 @@ TEST(ReportTest, RecoveryIsTimedFromTheLastFallBelowTheLowerBound) {
     };
     add(1, 38, -1);
     add(2, 41, 60);
-    add(3, 46, 50);  // first decrease
-    add(4, 39, 48);  // cool ...
-    add(5, 40.5, 48);  // ... warm again
-    add(6, 39.5, 48);  // cool from here
+    add(3, 46, 50);     // first decrease
+    add(4, 39, 48);     // cool ...
+    add(5, 40.5, 48);   // ... warm again
+    add(6, 39.5, 48);   // cool from here
     add(7, 39.0, -48);  // exploring: neither ends nor breaks it
     add(26, 38.0, 60);  // back at the GFPS
     add(27, 46.0, 45);  // a second episode is not reported
@@ -150,12 +150,18 @@ TEST(ReportTest, RecoveryIsTimedFromTheLastFallBelowTheLowerBound) {
     EXPECT_EQ(report.timeToFirstDecrease_s, 3.0);
     EXPECT_EQ(report.timeToRecover_s, 20.0);
 
+    // Cooled during a pause: the manager starts afresh, which is no recovery.
     ReportBuilder never;
     TimelineRow hot = second(1, 45, 45);
     hot.sfps = 45;
     hot.deviceTemperature_C = 47;
     never.Add(hot);
-    EXPECT_FALSE(never.Finish(context(1), FrameHistogram()).timeToRecover_s.has_value());
+    TimelineRow paused = second(2, 45, 0);
+    paused.paused = true;
+    paused.deviceTemperature_C = 30;
+    never.Add(paused);
+    never.Add(second(3, 60, 60));
+    EXPECT_FALSE(never.Finish(context(2), FrameHistogram()).timeToRecover_s.has_value());
 }
 
 UserSettings::UserSetting record(const std::string& key, const std::string& value) {
@@ -170,7 +176,8 @@ TEST(ReportTest, FloorComesFromTheEvaluatorAndLeavesOtherActionsInPlace) {
     android::FpsStabilizer::GfpsEvaluator other(60);
 
     const std::vector<UserSettings::UserSetting> settings = {
-        record("gfps", "30-60-90-max"), record("sfps", "0-0-60-110"),
+        record("gfps", "30-60-90-max"),
+        record("sfps", "0-0-60-110"),
         {"sfps_temperature", "max_temperature", "46"},  // for another component
         record("ofps_max", "0-0-60-80")};               // replaces the list
     const std::vector<SfpsFloor> floors = EffectiveSfpsFloors(settings, 120, {60, 90, 120});
