@@ -29,7 +29,7 @@ namespace TalvexSim {
 //   interval over every row; mean_power_w divides it by the time the rows cover.
 // - The SFPS of a running row is held when positive; a negative one (exploring) is skipped; 0
 //   or -1, or a pause, ends the stabilization. A change is a held SFPS that differs from the
-//   previous row's held SFPS; the first SFPS of a stabilization is not a change. A reversal is
+//   last one held before it; the first SFPS of a stabilization is not a change. A reversal is
 //   a change opposite in direction to the previous change of the same stabilization. GFPS
 //   changes alike, over running rows with a positive GFPS; a pause breaks the chain. Rates are
 //   per 10 running minutes.
