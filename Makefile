@@ -30,10 +30,10 @@ build: configure ## Build the library, tests and tools
 test: build ## Build and run every test (WERROR=1 makes warnings errors)
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
-demo: configure ## Run the simulator's default scenario and say where its outputs are
+demo: configure ## Run the simulator's default scenario under the library, the governor alone and neither
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target talvex-sim
-	$(BUILD_DIR)/tools/sim/talvex-sim --out out/default
-	@echo "Outputs in out/default/: timeline.csv, trace.json (open in Perfetto UI), chart.svg, library.log"
+	$(BUILD_DIR)/tools/sim/talvex-sim --compare --out out/default
+	@echo "Open out/default/compare/compare.md; each policy's timeline, trace.json (Perfetto UI), chart and report are in its folder there"
 
 bench: ## Run the benchmarks; JSON in out/bench/, the README's table in out/bench/results.md
 	@scripts/install-deps.sh tools

@@ -220,6 +220,27 @@ void drawBound(Svg& svg, const Panel& panel, double value, const std::string& te
              " fill=\"#d62728\" stroke=\"white\" stroke-width=\"3\" paint-order=\"stroke\"");
 }
 
+void timeAxis(Svg& svg, const Panel& lowest, double duration_s, double timeUnit_s,
+              double timeStep) {
+    for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+        svg.Text(svg.X(t * timeUnit_s), lowest.top + lowest.height + 16, label(t), "middle", 11);
+    }
+    svg.Text(kLeft + kPlotWidth / 2.0, lowest.top + lowest.height + 38,
+             timeUnit_s > 1.0 ? "time (min)" : "time (s)", "middle", 12);
+}
+
+std::string document(const Svg& svg, double height, const std::string& title,
+                     const std::string& subtitle) {
+    std::string out = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + number(kWidth) +
+                      "\" height=\"" + number(height) + "\" viewBox=\"0 0 " + number(kWidth) + " " +
+                      number(height) + "\" font-family=\"sans-serif\">\n";
+    out += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    Svg header(1.0, 1.0);
+    header.Text(kLeft, 28, title, "start", 18, " font-weight=\"bold\"");
+    header.Text(kLeft, 48, subtitle, "start", 12, " fill=\"#555\"");
+    return out + header.body + svg.body + "</svg>\n";
+}
+
 }  // namespace
 
 std::string RenderChart(const ChartInput& input) {
@@ -310,21 +331,60 @@ std::string RenderChart(const ChartInput& input) {
                      return r.current_mA;
                  })}});
 
-    for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
-        svg.Text(svg.X(t * timeUnit_s), current.top + current.height + 16, label(t), "middle", 11);
-    }
-    svg.Text(kLeft + kPlotWidth / 2.0, current.top + current.height + 38,
-             minutes ? "time (min)" : "time (s)", "middle", 12);
+    timeAxis(svg, current, duration_s, timeUnit_s, timeStep);
+    return document(svg, height, input.title, input.subtitle);
+}
 
-    std::string out = "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" + number(kWidth) +
-                      "\" height=\"" + number(height) + "\" viewBox=\"0 0 " + number(kWidth) + " " +
-                      number(height) + "\" font-family=\"sans-serif\">\n";
-    out += "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
-    Svg header(duration_s, timeUnit_s);
-    header.Text(kLeft, 28, input.title, "start", 18, " font-weight=\"bold\"");
-    header.Text(kLeft, 48, input.subtitle, "start", 12, " fill=\"#555\"");
-    out += header.body + svg.body + "</svg>\n";
-    return out;
+std::string RenderComparisonChart(const ComparisonChartInput& input) {
+    static const char* const kColours[] = {"#d62728", "#1f77b4", "#7f7f7f", "#2ca02c",
+                                           "#9467bd", "#ff7f0e", "#8c564b", "#e377c2"};
+    double duration_s = 1.0;
+    double highestFps = input.refreshRate_Hz;
+    double lowTemperature = input.temperatureUpperBound_C;
+    double highTemperature = input.temperatureUpperBound_C;
+    for (const ComparisonSeries& series : input.series) {
+        for (const TimelineRow& row : *series.rows) {
+            duration_s = std::max(duration_s, row.time_s);
+            highestFps = std::max(highestFps, static_cast<double>(row.ofps));
+            lowTemperature = std::min(lowTemperature, row.deviceTemperature_C);
+            highTemperature = std::max(highTemperature, row.deviceTemperature_C);
+        }
+    }
+    const bool minutes = duration_s >= 180.0;
+    const double timeUnit_s = minutes ? 60.0 : 1.0;
+    const double timeStep = niceStep(duration_s / timeUnit_s, 10);
+    Svg svg(duration_s, timeUnit_s);
+    const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (OFPS)"};
+    const Panel temperature{350.0, 200.0, niceRange(lowTemperature - 1.0, highTemperature + 2.0, 5),
+                            "Device temperature (\u00b0C)"};
+    for (const Panel* panel : {&fps, &temperature}) svg.Frame(*panel, timeStep);
+    drawBound(svg, temperature, input.temperatureUpperBound_C,
+              "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
+
+    std::vector<Series> rates;
+    std::vector<Series> temperatures;
+    std::vector<std::string> styles;  // Series points at them, so they must not move
+    styles.reserve(input.series.size());
+    for (size_t i = 0; i < input.series.size(); ++i) {
+        const ComparisonSeries& series = input.series[i];
+        const char* colour = kColours[i % (sizeof kColours / sizeof kColours[0])];
+        styles.push_back(std::string("stroke=\"") + colour + "\" stroke-width=\"1.5\"");
+        rates.push_back(
+            {series.name.c_str(), styles.back().c_str(),
+             lineRuns(svg, fps, *series.rows, [](const TimelineRow& r) -> std::optional<double> {
+                 if (r.paused) return std::nullopt;
+                 return r.ofps;
+             })});
+        temperatures.push_back({series.name.c_str(), styles.back().c_str(),
+                                lineRuns(svg, temperature, *series.rows,
+                                         [](const TimelineRow& r) -> std::optional<double> {
+                                             return r.deviceTemperature_C;
+                                         })});
+    }
+    drawSeries(svg, fps, rates);
+    drawSeries(svg, temperature, temperatures);
+    timeAxis(svg, temperature, duration_s, timeUnit_s, timeStep);
+    return document(svg, temperature.top + temperature.height + 50.0, input.title, input.subtitle);
 }
 
 }  // namespace TalvexSim

@@ -24,4 +24,19 @@ struct ChartInput {
 // axis, with the pauses shaded.
 std::string RenderChart(const ChartInput& input);
 
+// compare.svg: the frame rate and the device's temperature of several runs of one scenario, on
+// shared axes, one colour per run.
+struct ComparisonSeries {
+    std::string name;
+    const std::vector<TimelineRow>* rows = nullptr;
+};
+struct ComparisonChartInput {
+    std::string title;
+    std::string subtitle;
+    std::vector<ComparisonSeries> series;
+    int refreshRate_Hz = 60;
+    double temperatureUpperBound_C = 45.0;
+};
+std::string RenderComparisonChart(const ComparisonChartInput& input);
+
 }  // namespace TalvexSim

@@ -10,7 +10,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "tools/sim/Chart.h"
+#include "tools/sim/Compare.h"
 #include "tools/sim/DefaultScenario.h"
 #include "tools/sim/InputError.h"
 #include "tools/sim/LibraryLog.h"
@@ -18,6 +18,7 @@
 #include "tools/sim/Progress.h"
 #include "tools/sim/ReplayLog.h"
 #include "tools/sim/Scenario.h"
+#include "tools/sim/SessionRun.h"
 #include "tools/sim/Simulation.h"
 #include "tools/sim/Summary.h"
 
@@ -28,10 +29,17 @@ constexpr const char kUsage[] =
     "Usage: talvex-sim [OPTIONS] [SCENARIO.json]\n"
     "\n"
     "Runs a game session through both halves of Talvex on virtual time and writes\n"
-    "timeline.csv, trace.json, chart.svg and library.log to the output folder.\n"
-    "Without SCENARIO.json the embedded default scenario runs.\n"
+    "timeline.csv, trace.json, chart.svg, library.log, report.json and report.md to\n"
+    "the output folder. Without SCENARIO.json the embedded default scenario runs.\n"
     "\n"
     "Options:\n"
+    "  --policy P           who keeps the frame rate: talvex (default), governor (the\n"
+    "                       device's thermal governor alone, the game at its cap),\n"
+    "                       fixed:N (the pacing object held at N, no FPS manager) or\n"
+    "                       none (no library and no governor)\n"
+    "  --compare [P,...]    run the same scenario under several policies (default\n"
+    "                       talvex,governor,none) into <out>/compare/: compare.md,\n"
+    "                       compare.csv, compare.svg and a folder per policy\n"
     "  --replay FILE.csv    feed a recorded tick log to an FpsManager in open loop;\n"
     "                       the scenario gives the PID and the settings\n"
     "  --out DIR            output folder (default: out/<scenario name>, or\n"
@@ -55,6 +63,8 @@ struct Arguments {
     std::optional<std::uint64_t> seed;
     FrameDetail frameDetail = FrameDetail::AroundChanges;
     std::string nodeDirectory;
+    Policy policy = ParsePolicy("talvex");
+    std::optional<std::vector<Policy>> compare;
     bool progress = true;
     bool printDefault = false;
     bool help = false;
@@ -73,6 +83,19 @@ std::uint64_t parseSeed(const std::string& text) {
         throw UsageError("--seed takes a whole number, not '" + text + "'");
     }
     return seed;
+}
+
+bool endsWith(const std::string& text, const std::string& end) {
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+Policy policyOf(const std::string& text) {
+    try {
+        return ParsePolicy(text);
+    } catch (const std::invalid_argument& error) {
+        throw UsageError(std::string("--policy: ") + error.what());
+    }
 }
 
 Arguments parseArguments(const std::vector<std::string>& arguments) {
@@ -102,6 +125,23 @@ Arguments parseArguments(const std::vector<std::string>& arguments) {
             } else {
                 throw UsageError("--trace-frames takes changes, all or none, not '" + mode + "'");
             }
+        } else if (argument == "--policy") {
+            parsed.policy = policyOf(value());
+        } else if (argument == "--compare" || argument.rfind("--compare=", 0) == 0) {
+            // The list is optional: the next word is one only if it cannot be a scenario.
+            std::string list;
+            if (argument != "--compare") {
+                list = argument.substr(10);
+                if (list.empty()) throw UsageError("--compare= needs a list of policies");
+            } else if (i + 1 < arguments.size() && !arguments[i + 1].empty() &&
+                       arguments[i + 1][0] != '-' && !endsWith(arguments[i + 1], ".json")) {
+                list = arguments[++i];
+            }
+            try {
+                parsed.compare = ParsePolicyList(list);
+            } catch (const std::invalid_argument& error) {
+                throw UsageError(std::string("--compare: ") + error.what());
+            }
         } else if (argument == "--node-dir") {
             parsed.nodeDirectory = value();
         } else if (argument == "--no-progress") {
@@ -117,30 +157,13 @@ Arguments parseArguments(const std::vector<std::string>& arguments) {
                              argument + "')");
         }
     }
-    return parsed;
-}
-
-// The decider bounds the chart draws: the library's defaults, then the scenario's settings in
-// the order they are applied.
-void applySettingsToChart(ChartInput& chart, const Scenario& scenario) {
-    DeciderBounds bounds;
-    ApplyToBounds(bounds, scenario.settings);
-    for (const ScenarioEvent& event : scenario.events) ApplyToBounds(bounds, event.settings);
-    chart.temperatureLowerBound_C = bounds.temperatureLower_C;
-    chart.temperatureUpperBound_C = bounds.temperatureUpper_C;
-    chart.currentThreshold_mA = bounds.currentThreshold_mA;
-}
-
-std::string chartSubtitle(const Scenario& scenario, const std::string& replayPath) {
-    std::ostringstream text;
-    if (!replayPath.empty()) {
-        text << "replay of " << replayPath << ", settings of " << scenario.name;
-        return text.str();
+    if (parsed.compare && !parsed.replayPath.empty()) {
+        throw UsageError("--compare runs the closed loop; a replay has one policy only");
     }
-    text << scenario.refreshRate_Hz << " Hz screen, game capped at " << scenario.game.targetFps
-         << " FPS, seed " << scenario.seed;
-    if (!scenario.description.empty()) text << " \u2014 " << scenario.description;
-    return text.str();
+    if (parsed.policy.kind != PolicyKind::Library && !parsed.replayPath.empty()) {
+        throw UsageError("--policy applies to the closed loop; a replay always runs the library");
+    }
+    return parsed;
 }
 
 std::string defaultOutputDirectory(const Arguments& arguments, const Scenario& scenario) {
@@ -149,6 +172,33 @@ std::string defaultOutputDirectory(const Arguments& arguments, const Scenario& s
         return "out/" + std::filesystem::path(arguments.replayPath).stem().string();
     }
     return "out/" + scenario.name;
+}
+
+SummaryContext contextOf(const SessionRecord& record, const Scenario& scenario,
+                         const std::string& replayPath, const std::string& folder, double wall_s) {
+    SummaryContext context;
+    context.scenario = scenario.name;
+    context.seed = scenario.seed;
+    context.replayFile = replayPath;
+    context.simulated_s = record.result.simulated_s;
+    context.wall_s = wall_s;
+    context.efpsMaxWrites = record.result.efpsMaxWrites;
+    context.eglBufWrites = record.result.eglBufWrites;
+    context.libraryErrors = record.result.libraryErrors;
+    context.libraryWarnings = record.result.libraryWarnings;
+    context.outputDirectory = folder;
+    context.outputFiles = record.files;
+    return context;
+}
+
+double secondsSince(std::chrono::steady_clock::time_point start) {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+void warnOfRefusals(const SessionRecord& record, std::FILE* err) {
+    for (const std::string& refusal : record.result.refusedEvents) {
+        std::fprintf(err, "talvex-sim: warning: %s\n", refusal.c_str());
+    }
 }
 
 int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
@@ -160,55 +210,52 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     if (!arguments.replayPath.empty()) ticks = LoadReplayFile(arguments.replayPath);
     const std::string outputDirectory = defaultOutputDirectory(arguments, scenario);
 
-    RunOptions options;
-    options.frameDetail = arguments.frameDetail;
-    options.nodeDirectory = arguments.nodeDirectory;
-    const double total_s = ticks.empty() ? scenario.duration_s : ticks.back().time_s;
-    ProgressBar progress(err, arguments.progress && isatty(fileno(err)) == 1, total_s);
-    options.progress = [&progress](double done_s) { progress.Update(done_s); };
-    RunResult result =
-        ticks.empty() ? RunClosedLoop(scenario, options) : RunReplay(scenario, ticks, options);
-    progress.Finish();
-    for (const std::string& refusal : result.refusedEvents) {
-        std::fprintf(err, "talvex-sim: warning: %s\n", refusal.c_str());
+    SessionRequest request;
+    request.scenario = &scenario;
+    request.policy = arguments.policy;
+    request.replay = ticks.empty() ? nullptr : &ticks;
+    request.replayPath = arguments.replayPath;
+    request.frameDetail = arguments.frameDetail;
+    request.nodeDirectory = arguments.nodeDirectory;
+    const bool terminal = arguments.progress && isatty(fileno(err)) == 1;
+
+    if (!arguments.compare) {
+        const double total_s = ticks.empty() ? scenario.duration_s : ticks.back().time_s;
+        ProgressBar progress(err, terminal, total_s);
+        request.progress = [&progress](double done_s) { progress.Update(done_s); };
+        OutputSet outputs(outputDirectory);
+        const SessionRecord record = RunSession(outputs, request);
+        progress.Finish();
+        outputs.Commit();
+        warnOfRefusals(record, err);
+        const SummaryContext context = contextOf(record, scenario, arguments.replayPath,
+                                                 outputDirectory, secondsSince(wallStart));
+        std::fputs(FormatSummary(record.summary, context).c_str(), out);
+        std::fputs(ReportSummaryLines(record.report).c_str(), out);
+        return 0;
     }
 
-    ChartInput chart;
-    chart.title = "talvex-sim: " + scenario.name;
-    chart.subtitle = chartSubtitle(scenario, arguments.replayPath);
-    chart.rows = &result.rows;
-    chart.refreshRate_Hz = ticks.empty() ? scenario.refreshRate_Hz : ticks.front().refreshRate_Hz;
-    chart.tick_s = scenario.tick_s;
-    applySettingsToChart(chart, scenario);
-
-    std::ostringstream timeline;
-    WriteTimelineCsv(timeline, result.rows, ticks.empty());
-    std::ostringstream trace;
-    result.trace->WriteJson(
-        trace, {scenario.pid, scenario.package + " (pid " + std::to_string(scenario.pid) + ")"});
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {"timeline.csv", timeline.str()},
-        {"trace.json", trace.str()},
-        {"chart.svg", RenderChart(chart)},
-        {"library.log", result.libraryLog}};
-    WriteOutputFiles(outputDirectory, files);
-
-    SummaryContext context;
-    context.scenario = scenario.name;
-    context.seed = scenario.seed;
-    context.replayFile = arguments.replayPath;
-    context.simulated_s = result.simulated_s;
-    context.wall_s =
-        std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
-    context.efpsMaxWrites = result.efpsMaxWrites;
-    context.eglBufWrites = result.eglBufWrites;
-    context.libraryErrors = result.libraryErrors;
-    context.libraryWarnings = result.libraryWarnings;
-    context.outputDirectory = outputDirectory;
-    for (const auto& file : files) context.outputFiles.push_back(file.first);
-    const Summary summary = Summarize(result.rows, result.frames, result.running_s,
-                                      result.hostTicks, result.exploringTicks);
-    std::fputs(FormatSummary(summary, context).c_str(), out);
+    const std::vector<Policy>& policies = *arguments.compare;
+    const std::string compareDirectory = outputDirectory + "/compare";
+    OutputSet outputs(compareDirectory);
+    ProgressBar progress(err, terminal, scenario.duration_s * static_cast<double>(policies.size()));
+    std::vector<SessionRecord> records;
+    for (const Policy& policy : policies) {
+        request.policy = policy;
+        request.folder = PolicyFolder(policy);
+        const double before_s = scenario.duration_s * static_cast<double>(records.size());
+        request.progress = [&progress, before_s](double done_s) {
+            progress.Update(before_s + done_s);
+        };
+        records.push_back(RunSession(outputs, request));
+    }
+    progress.Finish();
+    WriteComparison(outputs, scenario, records);
+    outputs.Commit();
+    for (const SessionRecord& record : records) warnOfRefusals(record, err);
+    std::fputs(
+        FormatComparison(scenario, records, compareDirectory, secondsSince(wallStart)).c_str(),
+        out);
     return 0;
 }
 

@@ -14,8 +14,8 @@ struct FaultOutcome {
     std::string where;   // "file:line:column" of the event
     double at_s = 0.0;
     double duration_s = 0.0;
-    std::uint64_t ticks = 0;   // host ticks that went on during the event
-    std::uint64_t frames = 0;  // frames that went on during the event
+    std::uint64_t ticks = 0;              // host ticks that went on during the event
+    std::uint64_t frames = 0;             // frames that went on during the event
     std::uint64_t escapedExceptions = 0;  // exceptions out of a library call (must stay 0)
     std::size_t errors = 0;               // ERROR messages of the library during the event
     std::size_t warnings = 0;             // WARN messages of the library during the event

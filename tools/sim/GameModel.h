@@ -1,6 +1,8 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdint>
 
 #include "tools/sim/Random.h"
@@ -12,6 +14,12 @@ namespace TalvexSim {
 // hitches and heavier scenes), how fast it may run at most, and how busy it keeps the CPUs.
 class GameModel {
   public:
+    // The fastest the game runs: its own cap or the display's rate, whichever is slower.
+    static int CapFps(const GameParams& params, int refreshRate_Hz) {
+        return static_cast<int>(
+            std::lround(std::min(params.targetFps, static_cast<double>(refreshRate_Hz))));
+    }
+
     GameModel(const GameParams& params, int refreshRate_Hz, std::uint64_t seed);
 
     // Heaviest scene in force at that time; 1 outside every scene.

@@ -160,6 +160,16 @@ class ReportBuilder {
     std::map<std::pair<int, int>, HeldPair> heldPairs;
 };
 
+// The report's scalar metrics under their report.json keys, in one order: report.json,
+// compare.csv and a sweep's rows all list them from here.
+struct ReportMetric {
+    const char* key;
+    std::optional<double> value;  // null in JSON, an empty cell in CSV
+    int decimals;                 // for tables; report.json keeps three
+};
+using ReportMetrics = std::vector<ReportMetric>;
+ReportMetrics CollectMetrics(const Report& report);
+
 // Byte-identical for identical reports: numbers are rounded to stated decimals.
 std::string ReportJson(const Report& report);
 std::string ReportMarkdown(const Report& report);

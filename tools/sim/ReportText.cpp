@@ -62,6 +62,23 @@ std::string markdownCell(std::string text) {
 
 }  // namespace
 
+ReportMetrics CollectMetrics(const Report& report) {
+    return {{"fps_stability", report.fpsStability, 3},
+            {"mean_fps", report.meanFps, 1},
+            {"frame_ms_p50", report.frameP50_ms, 2},
+            {"frame_ms_p99", report.frameP99_ms, 2},
+            {"jank_per_min", report.jankPerMin, 2},
+            {"peak_temperature_c", report.peakTemperature_C, 1},
+            {"time_above_upper_bound_s", report.timeAboveUpperBound_s, 0},
+            {"energy_j", report.energy_J, 0},
+            {"mean_power_w", report.meanPower_W, 2},
+            {"time_to_first_decrease_s", report.timeToFirstDecrease_s, 0},
+            {"time_to_recover_s", report.timeToRecover_s, 0},
+            {"sfps_changes_per_10min", report.sfpsChangesPer10Min, 1},
+            {"sfps_reversals_per_10min", report.sfpsReversalsPer10Min, 1},
+            {"gfps_changes_per_10min", report.gfpsChangesPer10Min, 1}};
+}
+
 std::string ReportJson(const Report& report) {
     Json::Value root(Json::objectValue);
     root["scenario"] = report.scenario;
@@ -74,20 +91,9 @@ std::string ReportJson(const Report& report) {
     root["game_cap_fps"] = report.gameCapFps;
     root["refresh_rate_hz"] = report.refreshRate_Hz;
 
-    root["fps_stability"] = orNull(report.fpsStability);
-    root["mean_fps"] = report.meanFps;
-    root["frame_ms_p50"] = orNull(report.frameP50_ms);
-    root["frame_ms_p99"] = orNull(report.frameP99_ms);
-    root["jank_per_min"] = report.jankPerMin;
-    root["peak_temperature_c"] = orNull(report.peakTemperature_C);
-    root["time_above_upper_bound_s"] = report.timeAboveUpperBound_s;
-    root["energy_j"] = report.energy_J;
-    root["mean_power_w"] = report.meanPower_W;
-    root["time_to_first_decrease_s"] = orNull(report.timeToFirstDecrease_s);
-    root["time_to_recover_s"] = orNull(report.timeToRecover_s);
-    root["sfps_changes_per_10min"] = report.sfpsChangesPer10Min;
-    root["sfps_reversals_per_10min"] = report.sfpsReversalsPer10Min;
-    root["gfps_changes_per_10min"] = report.gfpsChangesPer10Min;
+    for (const ReportMetric& metric : CollectMetrics(report)) {
+        root[metric.key] = orNull(metric.value);
+    }
 
     Json::Value floorsJson(Json::objectValue);
     for (const SfpsFloor& floor : report.effectiveSfpsFloor) {

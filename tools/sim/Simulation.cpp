@@ -190,7 +190,7 @@ class ClosedLoop {
           nextRow_ns(row_ns),
           minFramePeriod_ns(millisecondsToNs(game.MinFramePeriodMs())),
           sensorPeriod_ns(secondsToNs(scenario_.device.sensorPeriod_s)),
-          capFps(static_cast<int>(std::lround(1000.0 / game.MinFramePeriodMs()))) {
+          capFps(GameModel::CapFps(scenario_.game, scenario_.refreshRate_Hz)) {
         session.trace->SetHostAtFrameRate(scenario.tickEveryFrame);
         if (options.policy.kind == PolicyKind::Fixed) target = options.policy.fixedFps;
         createQuillet();

@@ -39,7 +39,7 @@ Outcome run(const std::vector<std::string>& arguments) {
     return {status, drain(out), drain(err)};
 }
 
-TEST(CommandLineTest, ARunWritesTheFourOutputsAndSummarizes) {
+TEST(CommandLineTest, ARunWritesItsOutputsAndSummarizes) {
     ScratchDirectory scratch;
     const std::string scenario = scratch.Write("short.json", ScenarioText("", 20.0));
     const std::string folder = scratch.File("out");
@@ -55,8 +55,9 @@ TEST(CommandLineTest, ARunWritesTheFourOutputsAndSummarizes) {
         names.push_back(entry.path().filename().string());
     }
     std::sort(names.begin(), names.end());
-    EXPECT_EQ(names,
-              (std::vector<std::string>{"chart.svg", "library.log", "timeline.csv", "trace.json"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"chart.svg", "library.log", "report.json",
+                                               "report.md", "timeline.csv", "trace.json"}));
+    EXPECT_NE(outcome.out.find("FPS stability"), std::string::npos) << outcome.out;
     const std::string timeline = ReadFile(folder + "/timeline.csv");
     EXPECT_EQ(std::count(timeline.begin(), timeline.end(), '\n'), 21);
 
@@ -96,6 +97,11 @@ TEST(CommandLineTest, BadInputExitsWithTwoNamesThePlaceAndWritesNothing) {
         {{"--frobnicate"}, "talvex-sim: unknown option --frobnicate"},
         {{"a.json", "b.json"}, "one scenario at a time"},
         {{"--out"}, "--out needs a value"},
+        {{"--compare", "talvex,turbo"}, "--compare: 'turbo' is not a policy"},
+        {{"--compare=fixed:4x"}, "--compare: 'fixed:4x' is not fixed:N"},
+        {{"--compare", "none,none"}, "'none' is listed twice"},
+        {{"--policy", "fixed:5"}, "--policy: 'fixed:5' is not fixed:N with N a whole number"},
+        {{refused, "--compare", "governor,talvex", "--out", folder}, "the library refused"},
     };
     for (const auto& bad : cases) {
         const Outcome outcome = run(bad.arguments);
@@ -105,6 +111,29 @@ TEST(CommandLineTest, BadInputExitsWithTwoNamesThePlaceAndWritesNothing) {
         EXPECT_EQ(outcome.out, "");
         EXPECT_FALSE(std::filesystem::exists(folder)) << bad.expected;
     }
+}
+
+TEST(CommandLineTest, CompareRunsEachPolicyOnTheSameFramesAndRerunsIdentically) {
+    ScratchDirectory scratch;
+    const std::string scenario = scratch.Write("short.json", ScenarioText("", 30.0));
+    const std::string folder = scratch.File("out");
+    const Outcome outcome = run({"--compare", "talvex,fixed:45", scenario, "--out", folder});
+    ASSERT_EQ(outcome.status, 0) << outcome.err;
+    EXPECT_NE(outcome.out.find("fixed:45"), std::string::npos) << outcome.out;
+    const std::string csv = ReadFile(folder + "/compare/compare.csv");
+    EXPECT_EQ(csv.rfind("policy,fps_stability,mean_fps,", 0), 0u) << csv;
+    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 3);
+    EXPECT_NE(csv.find("\nfixed:45,"), std::string::npos);
+    for (const char* file : {"compare.md", "compare.svg", "talvex/report.json",
+                             "fixed-45/timeline.csv", "fixed-45/report.md"}) {
+        EXPECT_TRUE(std::filesystem::exists(folder + "/compare/" + file)) << file;
+    }
+    // The cap of 45 is held: its report says so.
+    const std::string report = ReadFile(folder + "/compare/fixed-45/report.json");
+    EXPECT_NE(report.find("\"policy\" : \"fixed:45\""), std::string::npos) << report;
+    ASSERT_EQ(run({scenario, "--compare", "talvex,fixed:45", "--out", folder}).status, 0);
+    EXPECT_EQ(ReadFile(folder + "/compare/compare.csv"), csv);
+    EXPECT_EQ(ReadFile(folder + "/compare/fixed-45/report.json"), report);
 }
 
 TEST(CommandLineTest, UnwritableOutputExitsWithOne) {
