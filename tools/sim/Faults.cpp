@@ -34,7 +34,8 @@ template <typename Field>
 Field raised(Field value, double by) {
     const auto ceiling = static_cast<double>(unreadable<Field>() / 2);
     const double result = static_cast<double>(value) + by;
-    return result >= ceiling ? static_cast<Field>(ceiling) : static_cast<Field>(std::llround(result));
+    return result >= ceiling ? static_cast<Field>(ceiling)
+                             : static_cast<Field>(std::llround(result));
 }
 
 // What another writer puts in a node: another game's request, or a line of its own.
@@ -48,10 +49,15 @@ FaultInjector::FaultInjector(const Scenario& scenario, NodeDirectory& nodes_)
     : nodes(nodes_), pid(scenario.pid), random(DeriveSeed(scenario.seed, kStormStream)) {
     for (const FaultEvent& event : scenario.faults) {
         const std::int64_t start = toNs(event.at_s);
-        states.push_back({&event, start, toNs(event.End_s()), start});
+        State state;
+        state.event = &event;
+        state.start_ns = start;
+        state.end_ns = toNs(event.End_s());
+        state.next_ns = start;
+        states.push_back(state);
         FaultOutcome outcome;
-        outcome.type = event.kind == FaultKind::Sensor     ? "sensor_fault"
-                       : event.kind == FaultKind::Node     ? "node_fault"
+        outcome.type = event.kind == FaultKind::Sensor      ? "sensor_fault"
+                       : event.kind == FaultKind::Node      ? "node_fault"
                        : event.kind == FaultKind::HostStall ? "host_stall"
                                                             : "settings_storm";
         outcome.detail = event.Detail();
@@ -77,9 +83,9 @@ bool FaultInjector::RunDue(std::int64_t time, const LibraryCounts& counts,
             }
         }
         State& state = states[index];
-        const bool periodic = state.event->kind == FaultKind::SettingsStorm ||
-                              (state.event->kind == FaultKind::Node &&
-                               state.event->nodeMode == NodeMode::Rewritten);
+        const bool periodic =
+            state.event->kind == FaultKind::SettingsStorm ||
+            (state.event->kind == FaultKind::Node && state.event->nodeMode == NodeMode::Rewritten);
         const bool onEfpsMax =
             state.event->kind == FaultKind::Node && state.event->node == "efps_max";
         if (!state.started) {
@@ -150,8 +156,8 @@ bool FaultInjector::act(State& state, const std::function<void(const SettingList
         const bool invalid = random.Uniform() < event.invalidShare;
         if (invalid) {
             constexpr size_t kChoices = sizeof kInvalidRecords / sizeof kInvalidRecords[0];
-            const auto pick = std::min(kChoices - 1, static_cast<size_t>(random.Uniform() *
-                                                                         kChoices));
+            const auto pick =
+                std::min(kChoices - 1, static_cast<size_t>(random.Uniform() * kChoices));
             ++state.invalid;
             send({kInvalidRecords[pick]});
         } else {
@@ -180,16 +186,18 @@ void FaultInjector::alterSensors(SYS_INFO& info) {
         const double by = event.magnitude;
         switch (event.sensor) {
             case SensorKind::Temperature:
-                info.temperature_mC =
-                    event.sensorMode == SensorMode::Nan     ? unreadable<std::uint32_t>()
-                    : event.sensorMode == SensorMode::Stuck ? state.held.temperature_mC
-                                                            : raised(info.temperature_mC, by * 1000.0);
+                info.temperature_mC = event.sensorMode == SensorMode::Nan
+                                          ? unreadable<std::uint32_t>()
+                                      : event.sensorMode == SensorMode::Stuck
+                                          ? state.held.temperature_mC
+                                          : raised(info.temperature_mC, by * 1000.0);
                 break;
             case SensorKind::Current:
-                info.electricCurrent_uA =
-                    event.sensorMode == SensorMode::Nan     ? unreadable<std::uint32_t>()
-                    : event.sensorMode == SensorMode::Stuck ? state.held.electricCurrent_uA
-                                                            : raised(info.electricCurrent_uA, by * 1000.0);
+                info.electricCurrent_uA = event.sensorMode == SensorMode::Nan
+                                              ? unreadable<std::uint32_t>()
+                                          : event.sensorMode == SensorMode::Stuck
+                                              ? state.held.electricCurrent_uA
+                                              : raised(info.electricCurrent_uA, by * 1000.0);
                 break;
             case SensorKind::Cpu:
                 for (size_t i = 0; i < 4; ++i) {

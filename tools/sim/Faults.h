@@ -59,10 +59,10 @@ class FaultInjector {
 
   private:
     struct State {
-        const FaultEvent* event;
-        std::int64_t start_ns;
-        std::int64_t end_ns;
-        std::int64_t next_ns;  // next start, record, rewrite or end
+        const FaultEvent* event = nullptr;
+        std::int64_t start_ns = 0;
+        std::int64_t end_ns = 0;
+        std::int64_t next_ns = 0;  // next start, record, rewrite or end
         bool started = false;
         bool over = false;
         LibraryCounts atStart;

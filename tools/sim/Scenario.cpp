@@ -142,9 +142,9 @@ void readSpan(ObjectReader& entry, FaultEvent& fault, double duration_s) {
     fault.at_s = entry.Number("at_s", 0.0, duration_s);
     fault.duration_s = entry.Number("duration_s", 0.001, duration_s);
     if (fault.End_s() > duration_s) {
-        entry.Document().Fail(entry.Member("duration_s"), entry.PathOf("duration_s"),
-                              "the fault lasts past the end of the run (" +
-                                  FormatNumber(duration_s) + " s)");
+        entry.Document().Fail(
+            entry.Member("duration_s"), entry.PathOf("duration_s"),
+            "the fault lasts past the end of the run (" + FormatNumber(duration_s) + " s)");
     }
 }
 
@@ -245,9 +245,8 @@ void readEvents(const JsonDocument& document, const Json::Value& value, Scenario
     for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
         const std::string path = indexed("events", i);
         const Json::Value& item = value[i];
-        const std::string type = item.isObject() && item["type"].isString()
-                                     ? item["type"].asString()
-                                     : std::string();
+        const std::string type =
+            item.isObject() && item["type"].isString() ? item["type"].asString() : std::string();
         if (type == "sensor_fault" || type == "node_fault" || type == "host_stall" ||
             type == "settings_storm") {
             FaultEvent fault = readFault(document, item, path, type, duration_s);

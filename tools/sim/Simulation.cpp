@@ -345,9 +345,8 @@ class ClosedLoop {
         session.clock.Set(time);
         session.trace->SetTrack(TraceTrack::Host);
         const bool nodeChanged =
-            faults.RunDue(time, session.Counts(), [this](const SettingList& records) {
-                session.ApplySettings(records);
-            });
+            faults.RunDue(time, session.Counts(),
+                          [this](const SettingList& records) { session.ApplySettings(records); });
         session.nodes.CountWrites();
         if (nodeChanged && !paused) readTarget(time);
     }
@@ -443,8 +442,7 @@ class ClosedLoop {
     // The manager's tick on the record as the faulty sensors deliver it.
     std::optional<int> hostTick(std::int64_t time, SYS_INFO info, int ofps, bool readEfps) {
         faults.AlterRecord(info);
-        const std::optional<int> efps =
-            session.Tick(info, ofps, scenario.refreshRate_Hz, readEfps);
+        const std::optional<int> efps = session.Tick(info, ofps, scenario.refreshRate_Hz, readEfps);
         faults.OnTick(time, session.manager->GetSFPS(), session.manager->GetGFPS());
         return efps;
     }

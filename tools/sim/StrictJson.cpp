@@ -32,7 +32,6 @@ std::string typeName(const Json::Value& value) {
     return "an unknown value";
 }
 
-
 // jsoncpp reports "* Line 3, Column 14\n  Syntax error: ...\n"; keep the place and the first
 // message in our own "file:line:column: message" form.
 std::string describeSyntaxError(const std::string& errors, const std::string& sourceName) {
