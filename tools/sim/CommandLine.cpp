@@ -123,34 +123,12 @@ Arguments parseArguments(const std::vector<std::string>& arguments) {
 // The decider bounds the chart draws: the library's defaults, then the scenario's settings in
 // the order they are applied.
 void applySettingsToChart(ChartInput& chart, const Scenario& scenario) {
-    std::vector<UserSettings::UserSetting> settings = scenario.settings;
-    for (const ScenarioEvent& event : scenario.events) {
-        settings.insert(settings.end(), event.settings.begin(), event.settings.end());
-    }
-    auto number = [](const std::string& text, double reset) {
-        if (UserSettings::IsResetCommand(text)) return reset;
-        char* end = nullptr;
-        const double value = std::strtod(text.c_str(), &end);
-        return (text.empty() || *end != '\0') ? std::nan("") : value;
-    };
-    auto keep = [](double& target, double value) {
-        if (!std::isnan(value)) target = value;
-    };
-    for (const UserSettings::UserSetting& s : settings) {
-        if (s.category == "sfps_temperature") {
-            if (s.key == "temperature_to_start_consider_stabilize_fps" ||
-                s.key == "start_temperature" || s.key == "temperature_lower_bound") {
-                keep(chart.temperatureLowerBound_C, number(s.value, 40.0));
-            } else if (s.key == "not_allowed_temperature" || s.key == "max_temperature" ||
-                       s.key == "temperature_upper_bound") {
-                keep(chart.temperatureUpperBound_C, number(s.value, 45.0));
-            }
-        } else if (s.category == "sfps_current" &&
-                   (s.key == "electric_current_threshold_to_compress_fps" ||
-                    s.key == "current_threshold" || s.key == "ecttcf")) {
-            chart.currentThreshold_mA = number(s.value, std::nan(""));
-        }
-    }
+    DeciderBounds bounds;
+    ApplyToBounds(bounds, scenario.settings);
+    for (const ScenarioEvent& event : scenario.events) ApplyToBounds(bounds, event.settings);
+    chart.temperatureLowerBound_C = bounds.temperatureLower_C;
+    chart.temperatureUpperBound_C = bounds.temperatureUpper_C;
+    chart.currentThreshold_mA = bounds.currentThreshold_mA;
 }
 
 std::string chartSubtitle(const Scenario& scenario, const std::string& replayPath) {
@@ -204,7 +182,7 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     applySettingsToChart(chart, scenario);
 
     std::ostringstream timeline;
-    WriteTimelineCsv(timeline, result.rows);
+    WriteTimelineCsv(timeline, result.rows, ticks.empty());
     std::ostringstream trace;
     result.trace->WriteJson(
         trace, {scenario.pid, scenario.package + " (pid " + std::to_string(scenario.pid) + ")"});
@@ -228,7 +206,7 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     context.libraryWarnings = result.libraryWarnings;
     context.outputDirectory = outputDirectory;
     for (const auto& file : files) context.outputFiles.push_back(file.first);
-    const Summary summary = Summarize(result.rows, result.frameLengths_ms, result.running_s,
+    const Summary summary = Summarize(result.rows, result.frames, result.running_s,
                                       result.hostTicks, result.exploringTicks);
     std::fputs(FormatSummary(summary, context).c_str(), out);
     return 0;

@@ -13,14 +13,16 @@ std::uint32_t toSensorUnits(double value) {
 
 }  // namespace
 
-DeviceModel::DeviceModel(const DeviceParams& params_, std::uint64_t seed)
+DeviceModel::DeviceModel(const DeviceParams& params_, bool governorOn_, std::uint64_t seed)
     : params(params_),
+      governorOn(governorOn_),
       temperature_C(params_.initial_C),
       power_W(params_.idlePower_W),
       random(seed) {}
 
 void DeviceModel::AddFrame(double relativeWork) {
-    pendingEnergy_J += params.energyPerFrame_mJ * relativeWork / 1000.0;
+    const double clock = Clock();
+    pendingEnergy_J += params.energyPerFrame_mJ * relativeWork * clock * clock / 1000.0;
 }
 
 double DeviceModel::steadyTemperature_C(double power) const {
@@ -32,11 +34,38 @@ void DeviceModel::Advance(double interval_s, bool paused) {
     power_W = (paused ? params.pausedPower_W : params.idlePower_W) + pendingEnergy_J / interval_s;
     pendingEnergy_J = 0.0;
     drawnSinceReading_J += power_W * interval_s;
+    energyDrawn_J += power_W * interval_s;
     timeSinceReading_s += interval_s;
+    if (!governorOn) {
+        heat(interval_s);
+        return;
+    }
+    double left_s = interval_s;
+    while (sincePoll_s + left_s >= params.governor.poll_s) {
+        const double step_s = params.governor.poll_s - sincePoll_s;
+        heat(step_s);
+        left_s -= step_s;
+        sincePoll_s = 0.0;
+        poll();
+    }
+    heat(left_s);
+    sincePoll_s += left_s;
+}
+
+void DeviceModel::heat(double interval_s) {
     // Exact step of dT/dt = (T_steady - T) / tau for a constant power over the interval.
     const double steady = steadyTemperature_C(power_W);
     temperature_C =
         steady + (temperature_C - steady) * std::exp(-interval_s / params.thermalTimeConstant_s);
+}
+
+void DeviceModel::poll() {
+    const GovernorParams& governor = params.governor;
+    if (temperature_C > governor.trip_C) {
+        governorState = std::min(governorState + 1, governor.maxState);
+    } else if (temperature_C < governor.trip_C - governor.hysteresis_C) {
+        governorState = std::max(governorState - 1, 0);
+    }
 }
 
 std::uint32_t DeviceModel::ReadTemperature_mC() {

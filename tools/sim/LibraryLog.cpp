@@ -13,6 +13,8 @@ namespace {
 
 std::atomic<LibraryLog*> activeLog{nullptr};
 
+constexpr size_t kKeptErrors = 256;
+
 constexpr const char kEfpsLine[] = "[FpsManager] Finally, EFPS = ";
 
 // The library's gate: ERROR from level 0, WARN from 1, INFO from 2, DEBUG from 3.
@@ -65,6 +67,11 @@ LibraryLog::~LibraryLog() {
     if (previous == nullptr) __android_log_set_logger(__android_log_stderr_logger);
 }
 
+const std::string& LibraryLog::Error(size_t index) const {
+    static const std::string notKept;
+    return index < errors.size() ? errors[index] : notKept;
+}
+
 void LibraryLog::receive(const struct __android_logger_data* data, const char* message) {
     LibraryLog* log = activeLog.load();
     if (log != nullptr && message != nullptr) log->add(data->priority, message);
@@ -75,7 +82,10 @@ void LibraryLog::add(int priority, const char* message) {
         std::strncmp(message, kEfpsLine, sizeof kEfpsLine - 1) == 0) {
         efps = std::atoi(message + sizeof kEfpsLine - 1);
     }
-    if (priority >= ANDROID_LOG_ERROR) errors.emplace_back(message);
+    if (priority >= ANDROID_LOG_ERROR) {
+        ++errorCount;
+        if (errors.size() < kKeptErrors) errors.emplace_back(message);
+    }
     if (priority == ANDROID_LOG_WARN) ++warnings;
     if (visibleLevel < levelNeededFor(priority)) return;
 
@@ -84,11 +94,16 @@ void LibraryLog::add(int priority, const char* message) {
         const auto elapsed = Basics::Now() - VirtualClock::ToTimePoint(0);
         std::snprintf(stamp, sizeof stamp, "%12.6f ", static_cast<double>(elapsed.count()) / 1e9);
     }
-    text += stamp;
-    text += priorityLetter(priority);
-    text += ' ';
-    text += message;
-    text += '\n';
+    std::string line = stamp;
+    line += priorityLetter(priority);
+    line += ' ';
+    line += message;
+    line += '\n';
+    if (lineSink) {
+        lineSink(line);
+    } else {
+        text += line;
+    }
 }
 
 }  // namespace TalvexSim

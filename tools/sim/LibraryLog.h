@@ -3,8 +3,10 @@
 #include <android/log.h>
 
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace TalvexSim {
@@ -27,10 +29,14 @@ class LibraryLog {
     // The level the user's settings gave the library, for what library.log shows; the loop
     // raises the library's own level around a tick to read the EFPS.
     void SetVisibleLevel(int level) { visibleLevel = level; }
+    // Lines go there as they come instead of being kept in Text().
+    void SetSink(std::function<void(const std::string&)> sink) { lineSink = std::move(sink); }
 
     const std::string& Text() const { return text; }
-    size_t ErrorCount() const { return errors.size(); }
-    const std::string& Error(size_t index) const { return errors[index]; }
+    size_t ErrorCount() const { return errorCount; }
+    // The text of an ERROR by its number; only the first ones are kept, so that a storm of
+    // refused settings in a long run does not grow the memory. Empty for one not kept.
+    const std::string& Error(size_t index) const;
     size_t WarningCount() const { return warnings; }
 
     void ClearEfps() { efps.reset(); }
@@ -44,8 +50,10 @@ class LibraryLog {
     int previousMinimumPriority;
     bool stampWithVirtualTime = false;
     int visibleLevel = 2;
+    std::function<void(const std::string&)> lineSink;
     std::string text;
     std::vector<std::string> errors;
+    size_t errorCount = 0;
     size_t warnings = 0;
     std::optional<int> efps;
 };

@@ -29,9 +29,9 @@ Policy ParsePolicy(const std::string& text) {
         const long fps = std::strtol(number.c_str(), &end, 10);
         if (number.empty() || number[0] == '+' || number[0] == ' ' || *end != '\0' ||
             errno == ERANGE || fps < kLeastFixedFps || fps > kMostFixedFps) {
-            throw std::invalid_argument("'" + text + "' is not fixed:N with N a whole number from " +
-                                        std::to_string(kLeastFixedFps) + " to " +
-                                        std::to_string(kMostFixedFps));
+            throw std::invalid_argument(
+                "'" + text + "' is not fixed:N with N a whole number from " +
+                std::to_string(kLeastFixedFps) + " to " + std::to_string(kMostFixedFps));
         }
         policy.kind = PolicyKind::Fixed;
         policy.fixedFps = static_cast<int>(fps);

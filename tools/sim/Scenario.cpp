@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -97,12 +99,29 @@ GameParams readGame(const JsonDocument& document, const Json::Value& value, doub
     return params;
 }
 
+GovernorParams readGovernor(const JsonDocument& document, const Json::Value& value) {
+    ObjectReader governor(document, value, "device.governor",
+                          {"trip_c", "hysteresis_c", "poll_s", "max_state", "clock_step"});
+    GovernorParams params;
+    params.trip_C = governor.Number("trip_c", -40.0, 150.0, params.trip_C);
+    params.hysteresis_C = governor.Number("hysteresis_c", 0.0, 50.0, params.hysteresis_C);
+    params.poll_s = governor.Number("poll_s", 0.01, 60.0, params.poll_s);
+    params.maxState = governor.Integer("max_state", 0, 100, params.maxState);
+    params.clockStep = governor.Number("clock_step", 0.0, 1.0, params.clockStep);
+    // The clock must stay above zero, or a frame would never end.
+    if (params.maxState * params.clockStep > 0.9 + 1e-9) {
+        document.Fail(value, "device.governor",
+                      "max_state x clock_step must leave at least 10 % of the clock");
+    }
+    return params;
+}
+
 DeviceParams readDevice(const JsonDocument& document, const Json::Value& value) {
     ObjectReader device(
         document, value, "device",
         {"ambient_c", "initial_c", "thermal_resistance_c_per_w", "thermal_time_constant_s",
          "idle_power_w", "paused_power_w", "energy_per_frame_mj", "battery_voltage_v",
-         "current_noise_ma", "temperature_noise_c", "sensor_period_s"});
+         "current_noise_ma", "temperature_noise_c", "sensor_period_s", "governor"});
     DeviceParams params;
     params.ambient_C = device.Number("ambient_c", -40.0, 80.0, params.ambient_C);
     params.initial_C = device.Number("initial_c", -40.0, 150.0, params.ambient_C);
@@ -121,6 +140,7 @@ DeviceParams readDevice(const JsonDocument& document, const Json::Value& value) 
     params.temperatureNoise_C =
         device.Number("temperature_noise_c", 0.0, 10.0, params.temperatureNoise_C);
     params.sensorPeriod_s = device.Number("sensor_period_s", 0.0, 60.0, params.sensorPeriod_s);
+    if (device.Has("governor")) params.governor = readGovernor(document, device.Member("governor"));
     return params;
 }
 
@@ -376,6 +396,34 @@ std::string FaultEvent::Detail() const {
                    "% invalid";
     }
     return "";
+}
+
+void ApplyToBounds(DeciderBounds& bounds, const std::vector<UserSettings::UserSetting>& settings) {
+    auto number = [](const std::string& text, double reset) {
+        if (UserSettings::IsResetCommand(text)) return reset;
+        char* end = nullptr;
+        const double value = std::strtod(text.c_str(), &end);
+        return (text.empty() || *end != '\0') ? std::nan("") : value;
+    };
+    auto keep = [](double& target, double value) {
+        if (!std::isnan(value)) target = value;
+    };
+    const DeciderBounds defaults;
+    for (const UserSettings::UserSetting& s : settings) {
+        if (s.category == "sfps_temperature") {
+            if (s.key == "temperature_to_start_consider_stabilize_fps" ||
+                s.key == "start_temperature" || s.key == "temperature_lower_bound") {
+                keep(bounds.temperatureLower_C, number(s.value, defaults.temperatureLower_C));
+            } else if (s.key == "not_allowed_temperature" || s.key == "max_temperature" ||
+                       s.key == "temperature_upper_bound") {
+                keep(bounds.temperatureUpper_C, number(s.value, defaults.temperatureUpper_C));
+            }
+        } else if (s.category == "sfps_current" &&
+                   (s.key == "electric_current_threshold_to_compress_fps" ||
+                    s.key == "current_threshold" || s.key == "ecttcf")) {
+            bounds.currentThreshold_mA = number(s.value, defaults.currentThreshold_mA);
+        }
+    }
 }
 
 std::string ReadTextFile(const std::string& path) {

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,17 @@ struct GameParams {
     std::array<double, 4> cpuUtilFullLoad{{100.0, 60.0, 35.0, 15.0}};
 };
 
+// A step-wise thermal governor of the kernel: polls the SoC's temperature, goes one cooling
+// state up per poll above the trip and one down per poll below the trip minus the hysteresis.
+// Each state takes a fixed share of the full clock away.
+struct GovernorParams {
+    double trip_C = 45.0;
+    double hysteresis_C = 2.0;
+    double poll_s = 0.25;
+    int maxState = 5;
+    double clockStep = 0.1;  // share of the full clock each state takes away
+};
+
 struct DeviceParams {
     double ambient_C = 25.0;
     double initial_C = 25.0;
@@ -40,6 +52,7 @@ struct DeviceParams {
     double currentNoise_mA = 20.0;     // standard deviation of the current reading
     double temperatureNoise_C = 0.05;  // standard deviation of the temperature reading
     double sensorPeriod_s = 1.0;       // the host reads both sensors this often and holds them
+    GovernorParams governor;
 };
 
 enum class EventType { Pause, Resume, Settings };
@@ -107,6 +120,15 @@ struct Scenario {
     std::vector<UserSettings::UserSetting> settings;
     std::vector<std::string> settingPlaces;  // where each record of `settings` was written
 };
+
+// The temperature and current decider bounds that a list of settings leaves in force, starting
+// from the library's defaults; records that are not numbers leave a bound as it was.
+struct DeciderBounds {
+    double temperatureLower_C = 40.0;
+    double temperatureUpper_C = 45.0;
+    double currentThreshold_mA = std::numeric_limits<double>::quiet_NaN();  // off
+};
+void ApplyToBounds(DeciderBounds& bounds, const std::vector<UserSettings::UserSetting>& settings);
 
 // Both throw InputError naming the file and the place of the first fault.
 Scenario LoadScenarioFile(const std::string& path);

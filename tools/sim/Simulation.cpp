@@ -34,6 +34,10 @@ constexpr double kLeastOversleep_ms = 0.05;
 constexpr double kMostOversleep_ms = 0.08;
 // The FPS manager states its final EFPS only at this level.
 constexpr int kLevelShowingEfps = 3;
+// The pacing object holds targets from this rate up; below it paces nothing or explores.
+constexpr int kLeastHeldTarget = 11;
+// A frame this many held periods long or longer is a visible stutter.
+constexpr double kJankFactor = 1.5;
 
 std::int64_t secondsToNs(double seconds) { return std::llround(seconds * 1e9); }
 std::int64_t millisecondsToNs(double milliseconds) { return std::llround(milliseconds * 1e6); }
@@ -57,15 +61,19 @@ std::string indented(const std::string& text) {
 // directory, the log receiver, the trace receiver and the library's log switches.
 class Session {
   public:
-    Session(const Scenario& scenario_, const RunOptions& options, int refreshRate_Hz)
+    Session(const Scenario& scenario_, const RunOptions& options, int refreshRate_Hz,
+            bool withManager)
         : scenario(scenario_),
           nodes(options.nodeDirectory),
           trace(std::make_unique<TraceRecorder>(options.frameDetail)),
           savedLevel(Basics::Log::LogLevel()),
           savedDebug(Basics::Log::IsDebug()) {
         log.SetStampWithVirtualTime(true);
+        log.SetSink(options.logSink);
+        ApplyToBounds(bounds, scenario.settings);
         trace->Activate();
         trace->SetTrack(TraceTrack::Host);
+        if (!withManager) return;
         manager = std::make_unique<FpsManager>(scenario.pid, refreshRate_Hz);
         try {
             applyInitialSettings();
@@ -92,7 +100,7 @@ class Session {
         trace->SetTrack(TraceTrack::Render);
         quillet.reset();
         trace->SetTrack(TraceTrack::Host);
-        manager->OnPause();
+        if (manager) manager->OnPause();
         manager.reset();
         trace->Deactivate();
         result.trace = std::move(trace);
@@ -118,6 +126,7 @@ class Session {
 
     // True when the library took every record without an error.
     bool ApplySettings(const SettingList& settings) {
+        if (!manager) return true;
         trace->SetTrack(TraceTrack::Host);
         log.SetVisibleLevel(Basics::Log::LogLevel());
         const size_t errorsBefore = log.ErrorCount();
@@ -145,6 +154,7 @@ class Session {
     // A refusal in the middle of a run may be the point of the scenario (the settings of a
     // paused game are forgotten), so it is reported, not fatal.
     void ApplyEvent(const ScenarioEvent& event, RunResult& result) {
+        ApplyToBounds(bounds, event.settings);
         if (ApplySettings(event.settings)) return;
         std::string records;
         for (const auto& setting : event.settings) {
@@ -154,7 +164,9 @@ class Session {
                                        " (see library.log)");
     }
 
-    std::string NodeText() const { return nodes.Read("efps_max"); }
+    std::string NodeText() const { return manager ? nodes.Read("efps_max") : std::string(); }
+    int Gfps() const { return manager ? manager->GetGFPS() : -1; }
+    int Sfps() const { return manager ? manager->GetSFPS() : -1; }
 
     const Scenario& scenario;
     VirtualClock clock;
@@ -164,6 +176,7 @@ class Session {
     std::unique_ptr<FpsManager> manager;
     std::unique_ptr<Quillet> quillet;
     std::uint64_t escapedExceptions = 0;
+    DeciderBounds bounds;  // as the settings applied so far leave them
 
   private:
     // One record at a time, so that a refusal names the line it came from.
@@ -187,17 +200,20 @@ class ClosedLoop {
     ClosedLoop(const Scenario& scenario_, const RunOptions& options_)
         : scenario(scenario_),
           options(options_),
-          session(scenario_, options_, scenario_.refreshRate_Hz),
+          session(scenario_, options_, scenario_.refreshRate_Hz, options_.policy.UsesManager()),
           game(scenario_.game, scenario_.refreshRate_Hz, DeriveSeed(scenario_.seed, kGameStream)),
-          device(scenario_.device, DeriveSeed(scenario_.seed, kDeviceStream)),
+          device(scenario_.device, options_.policy.GovernorOn(),
+                 DeriveSeed(scenario_.seed, kDeviceStream)),
           sleepRandom(DeriveSeed(scenario_.seed, kSleepStream)),
           duration_ns(secondsToNs(scenario_.duration_s)),
           row_ns(scenario_.tickEveryFrame ? kSecond_ns : secondsToNs(scenario_.tick_s)),
           nextRow_ns(row_ns),
           minFramePeriod_ns(millisecondsToNs(game.MinFramePeriodMs())),
           sensorPeriod_ns(secondsToNs(scenario_.device.sensorPeriod_s)),
+          capFps(static_cast<int>(std::lround(1000.0 / game.MinFramePeriodMs()))),
           faults(scenario_, session.nodes) {
         session.trace->SetHostAtFrameRate(scenario.tickEveryFrame);
+        if (options.policy.kind == PolicyKind::Fixed) target = options.policy.fixedFps;
         createQuillet();
     }
 
@@ -237,20 +253,26 @@ class ClosedLoop {
         std::vector<float> frames_ms;
         int exploringTicks;
         int exploringSfps;
+        int jankFrames;
     };
 
     std::int64_t frame(std::int64_t start) {
         session.trace->SetTrack(TraceTrack::Render);
-        session.Guard([&] {
-            session.quillet->Update(target, scenario.refreshRate_Hz, scenario.refreshRate_Hz);
-        });
-        const double work_ms = game.NextWorkMs(nsToSeconds(start));
+        if (session.quillet) {
+            session.Guard([&] {
+                session.quillet->Update(target, scenario.refreshRate_Hz, scenario.refreshRate_Hz);
+            });
+        }
+        const double nominalWork_ms = game.NextWorkMs(nsToSeconds(start));
+        const double work_ms = nominalWork_ms / device.Clock();
         const std::int64_t workDone = start + millisecondsToNs(work_ms);
         advance(workDone);
 
         session.trace->SetTrack(TraceTrack::Render);
         float sleep_ms = 0.0f;
-        session.Guard([&] { sleep_ms = session.quillet->CalculateSleepDuration_ms(); });
+        if (session.quillet) {
+            session.Guard([&] { sleep_ms = session.quillet->CalculateSleepDuration_ms(); });
+        }
         // Each write must be taken in before the next one, or the kernel merges the two.
         session.nodes.CountWrites();
         const std::int64_t slept =
@@ -262,13 +284,14 @@ class ClosedLoop {
         if (end > duration_ns) return duration_ns;
 
         session.trace->SetTrack(TraceTrack::Render);
-        session.Guard([&] { session.quillet->PostUpdate(); });
+        if (session.quillet) session.Guard([&] { session.quillet->PostUpdate(); });
         faults.OnFrame();
         const auto length_ms = static_cast<float>(static_cast<double>(end - start) / 1e6);
         secondFrames_ms.push_back(length_ms);
-        result.frameLengths_ms.push_back(length_ms);
+        result.frames.Add(length_ms);
+        if (length_ms > kJankFactor * 1000.0 / heldFps()) ++secondJank;
         periodWork_ms += work_ms;
-        device.AddFrame(game.RelativeWork(work_ms));
+        device.AddFrame(game.RelativeWork(nominalWork_ms));
         if (scenario.tickEveryFrame) tickAfterFrame(end, work_ms / (length_ms > 0 ? length_ms : 1));
         return end;
     }
@@ -279,7 +302,7 @@ class ClosedLoop {
         session.trace->SetTrack(TraceTrack::Render);
         session.quillet.reset();  // the surface goes away with the game
         session.trace->SetTrack(TraceTrack::Host);
-        session.Guard([&] { session.manager->OnPause(); });
+        if (session.manager) session.Guard([&] { session.manager->OnPause(); });
         session.nodes.CountWrites();
         paused = true;
         readTarget(start);
@@ -301,7 +324,7 @@ class ClosedLoop {
         recentFrameEnds_ns.clear();
         if (resumed >= duration_ns) return duration_ns;
 
-        session.Guard([&] { session.manager->OnResume(scenario.pid); });
+        if (session.manager) session.Guard([&] { session.manager->OnResume(scenario.pid); });
         createQuillet();
         paused = false;
         runningSince_ns = resumed;
@@ -309,6 +332,8 @@ class ClosedLoop {
     }
 
     void createQuillet() {
+        const PolicyKind kind = options.policy.kind;
+        if (kind != PolicyKind::Library && kind != PolicyKind::Fixed) return;
         session.trace->SetTrack(TraceTrack::Render);
         session.quillet = std::make_unique<Quillet>();
         session.nodes.CountWrites();
@@ -330,10 +355,11 @@ class ClosedLoop {
             } else if (paused) {
                 pausedRow(nextRow_ns);
             } else {
-                pendingRows.push_back(
-                    {nextRow_ns, std::move(secondFrames_ms), exploringTicks, exploringSfps});
+                pendingRows.push_back({nextRow_ns, std::move(secondFrames_ms), exploringTicks,
+                                       exploringSfps, secondJank});
                 secondFrames_ms.clear();
                 exploringTicks = 0;
+                secondJank = 0;
             }
             nextRow_ns += row_ns;
         }
@@ -383,14 +409,16 @@ class ClosedLoop {
         if (!paused) {
             row.ofps = static_cast<int>(
                 std::llround(static_cast<double>(secondFrames_ms.size()) / scenario.tick_s));
-            row.frames = ComputeFrameStats(secondFrames_ms);
-            if (!faults.HostStalled()) {
+            if (session.manager && !faults.HostStalled()) {
                 row.efps = hostTick(time, readings.info, row.ofps, true);
                 countExploring();
             }
+            row.frames = ComputeFrameStats(secondFrames_ms);
             row.exploringTicks = exploringTicks;
             row.exploringSfps = exploringSfps;
+            row.jankFrames = secondJank;
             exploringTicks = 0;
+            secondJank = 0;
             session.nodes.CountWrites();
         }
         secondFrames_ms.clear();
@@ -408,7 +436,7 @@ class ClosedLoop {
         recentFrameEnds_ns.push_back(end);
         while (recentFrameEnds_ns.front() <= end - kSecond_ns) recentFrameEnds_ns.pop_front();
         const Readings readings = read(end, busyShare);
-        if (end - runningSince_ns < kSecond_ns) {
+        if (!session.manager || end - runningSince_ns < kSecond_ns) {
             flushPendingRows(readings);
             return;
         }
@@ -434,6 +462,7 @@ class ClosedLoop {
             row.frames = ComputeFrameStats(std::move(pending.frames_ms));
             row.exploringTicks = pending.exploringTicks;
             row.exploringSfps = pending.exploringSfps;
+            row.jankFrames = pending.jankFrames;
             addRow(pending.time_ns, readings, std::move(row));
         }
         pendingRows.clear();
@@ -456,6 +485,7 @@ class ClosedLoop {
             row.frames = ComputeFrameStats(std::move(pending.frames_ms));
             row.exploringTicks = pending.exploringTicks;
             row.exploringSfps = pending.exploringSfps;
+            row.jankFrames = pending.jankFrames;
             addRow(pending.time_ns, readings, std::move(row));
         }
         pendingRows.clear();
@@ -465,7 +495,7 @@ class ClosedLoop {
     // frames, so a row counts the ticks that showed one instead of sampling it.
     void countExploring() {
         ++result.hostTicks;
-        const int sfps = session.manager->GetSFPS();
+        const int sfps = session.Sfps();
         if (sfps < -1) {
             ++exploringTicks;
             ++result.exploringTicks;
@@ -478,19 +508,32 @@ class ClosedLoop {
         row.paused = paused;
         row.temperature_C = readings.temperature_C;
         row.current_mA = readings.current_mA;
-        row.gfps = session.manager->GetGFPS();
-        row.sfps = session.manager->GetSFPS();
+        row.gfps = session.Gfps();
+        row.sfps = session.Sfps();
         row.node = scenario.tickEveryFrame ? nodeText : readTarget(time);
+        row.deviceTemperature_C = device.Temperature_C();
+        row.interval_s = nsToSeconds(row_ns);
+        row.power_W = (device.EnergyDrawn_J() - energyAtLastRow_J) / row.interval_s;
+        energyAtLastRow_J = device.EnergyDrawn_J();
+        row.heldFps = paused ? 0 : heldFps();
+        row.governorState = device.GovernorState();
+        row.lowerBound_C = session.bounds.temperatureLower_C;
+        row.upperBound_C = session.bounds.temperatureUpper_C;
         session.trace->ModelCounter("temperature (\u00b0C)", time, row.temperature_C);
         session.trace->ModelCounter("current (mA)", time, row.current_mA);
         session.trace->ModelCounter("OFPS", time, row.ofps);
-        result.rows.push_back(std::move(row));
+        if (options.rowSink) {
+            options.rowSink(row);
+        } else {
+            result.rows.push_back(std::move(row));
+        }
         if (options.progress) options.progress(nsToSeconds(time));
     }
 
     // The pacing target is whatever the node says; returns the node's text.
     const std::string& readTarget(std::int64_t time) {
         nodeText = session.NodeText();
+        if (!session.manager) return nodeText;
         const int sfps = SfpsOfNodeText(nodeText);
         if (sfps != target) {
             target = sfps;
@@ -510,6 +553,16 @@ class ClosedLoop {
     std::int64_t nextRow_ns;
     const std::int64_t minFramePeriod_ns;
     const std::int64_t sensorPeriod_ns;
+    const int capFps;  // the game's own cap, or the screen's rate when that is lower
+
+    // The rate the frames are held to: the pacing object's target while it holds one (it never
+    // holds more than the screen's rate), otherwise the game's own cap.
+    int heldFps() const {
+        if (session.quillet && target >= kLeastHeldTarget) {
+            return std::min({target, scenario.refreshRate_Hz, capFps});
+        }
+        return capFps;
+    }
     FaultInjector faults;
 
     bool paused = false;
@@ -526,6 +579,8 @@ class ClosedLoop {
     int exploringTicks = 0;
     int exploringSfps = -1;
     double periodWork_ms = 0.0;
+    int secondJank = 0;
+    double energyAtLastRow_J = 0.0;
     std::deque<std::int64_t> recentFrameEnds_ns;
     std::vector<PendingRow> pendingRows;
     RunResult result;
@@ -552,7 +607,7 @@ RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& tic
                     const RunOptions& options) {
     RunResult result;
     if (ticks.empty()) return result;
-    Session session(scenario, options, ticks.front().refreshRate_Hz);
+    Session session(scenario, options, ticks.front().refreshRate_Hz, true);
     size_t nextEvent = 0;
     for (const ReplayTick& tick : ticks) {
         const std::int64_t time = secondsToNs(tick.time_s);
@@ -590,7 +645,11 @@ RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& tic
         session.trace->ModelCounter("current (mA)", time, row.current_mA);
         session.trace->ModelCounter("OFPS", time, row.ofps);
         if (options.progress) options.progress(row.time_s);
-        result.rows.push_back(std::move(row));
+        if (options.rowSink) {
+            options.rowSink(row);
+        } else {
+            result.rows.push_back(std::move(row));
+        }
     }
     result.simulated_s = ticks.back().time_s - ticks.front().time_s;
     result.running_s = result.simulated_s;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tools/sim/FaultOutcome.h"
+#include "tools/sim/Policy.h"
 #include "tools/sim/ReplayLog.h"
 #include "tools/sim/Scenario.h"
 #include "tools/sim/Timeline.h"
@@ -16,22 +17,27 @@
 namespace TalvexSim {
 
 struct RunOptions {
+    Policy policy = ParsePolicy("talvex");  // closed loop only; a replay always runs the library
     FrameDetail frameDetail = FrameDetail::AroundChanges;
     std::string nodeDirectory;  // empty: a fresh temporary directory, removed afterwards
     std::function<void(double simulated_s)> progress;
+    // Where the rows and the library's log lines go as they are made; when unset they are kept
+    // in the result. A long run streams them, so that its memory stays flat.
+    std::function<void(const TimelineRow&)> rowSink;
+    std::function<void(const std::string&)> logSink;
 };
 
 struct RunResult {
-    std::vector<TimelineRow> rows;
-    std::vector<float> frameLengths_ms;  // every frame, as the game saw it
-    double running_s = 0.0;              // simulated time not paused
+    std::vector<TimelineRow> rows;  // empty when they went to RunOptions::rowSink
+    FrameHistogram frames;          // every frame, as the game saw it
+    double running_s = 0.0;         // simulated time not paused
     double simulated_s = 0.0;
     std::uint64_t hostTicks = 0;
     std::uint64_t exploringTicks = 0;  // host ticks after which the reported SFPS was negative
     std::optional<std::uint64_t> efpsMaxWrites;
     std::optional<std::uint64_t> eglBufWrites;
     std::unique_ptr<TraceRecorder> trace;
-    std::string libraryLog;
+    std::string libraryLog;  // empty when it went to RunOptions::logSink
     size_t libraryErrors = 0;
     size_t libraryWarnings = 0;
     // Settings events the library refused during the run, with where each was written.

@@ -33,38 +33,43 @@ std::string line(const std::string& label, const std::string& value) {
 
 }  // namespace
 
-Summary Summarize(const std::vector<TimelineRow>& rows, const std::vector<float>& frameLengths_ms,
-                  double running_s, std::uint64_t hostTicks, std::uint64_t exploringTicks) {
-    Summary summary;
+void SummaryBuilder::Add(const TimelineRow& row) {
+    if (row.paused) return;
+    ++runningTicks;
+    ofpsSum += row.ofps;
+    if (row.sfps <= 0) return;
+    ++stabilizedTicks;
+    if (!summary.lowestSfps || row.sfps < *summary.lowestSfps) summary.lowestSfps = row.sfps;
+    if (!summary.firstDecrease_s && row.sfps < row.gfps) summary.firstDecrease_s = row.time_s;
+}
+
+Summary SummaryBuilder::Finish(const FrameHistogram& frames, double running_s,
+                               std::uint64_t hostTicks, std::uint64_t exploringTicks) const {
+    Summary finished = summary;
     if (hostTicks > 0) {
-        summary.exploringShare =
+        finished.exploringShare =
             static_cast<double>(exploringTicks) / static_cast<double>(hostTicks);
     }
-    size_t runningTicks = 0;
-    size_t stabilizedTicks = 0;
-    double ofpsSum = 0.0;
-    for (const TimelineRow& row : rows) {
-        if (row.paused) continue;
-        ++runningTicks;
-        ofpsSum += row.ofps;
-        if (row.sfps <= 0) continue;
-        ++stabilizedTicks;
-        if (!summary.lowestSfps || row.sfps < *summary.lowestSfps) summary.lowestSfps = row.sfps;
-        if (!summary.firstDecrease_s && row.sfps < row.gfps) summary.firstDecrease_s = row.time_s;
-    }
     if (runningTicks > 0) {
-        summary.stabilizedShare =
+        finished.stabilizedShare =
             static_cast<double>(stabilizedTicks) / static_cast<double>(runningTicks);
     }
-    summary.frames = frameLengths_ms.size();
-    summary.running_s = running_s;
-    if (!frameLengths_ms.empty() && running_s > 0.0) {
-        summary.meanFps = static_cast<double>(frameLengths_ms.size()) / running_s;
+    finished.frames = frames.Count();
+    finished.running_s = running_s;
+    if (frames.Count() > 0 && running_s > 0.0) {
+        finished.meanFps = static_cast<double>(frames.Count()) / running_s;
     } else if (runningTicks > 0) {
-        summary.meanFps = ofpsSum / static_cast<double>(runningTicks);
+        finished.meanFps = ofpsSum / static_cast<double>(runningTicks);
     }
-    summary.frameTimes = ComputeFrameStats(frameLengths_ms);
-    return summary;
+    finished.frameTimes = frames.Stats();
+    return finished;
+}
+
+Summary Summarize(const std::vector<TimelineRow>& rows, const FrameHistogram& frames,
+                  double running_s, std::uint64_t hostTicks, std::uint64_t exploringTicks) {
+    SummaryBuilder builder;
+    for (const TimelineRow& row : rows) builder.Add(row);
+    return builder.Finish(frames, running_s, hostTicks, exploringTicks);
 }
 
 std::string FormatSummary(const Summary& summary, const SummaryContext& context) {

@@ -21,7 +21,21 @@ struct Summary {
     double running_s = 0.0;
 };
 
-Summary Summarize(const std::vector<TimelineRow>& rows, const std::vector<float>& frameLengths_ms,
+// Fed one row at a time, so that a streamed run needs no copy of its rows.
+class SummaryBuilder {
+  public:
+    void Add(const TimelineRow& row);
+    Summary Finish(const FrameHistogram& frames, double running_s, std::uint64_t hostTicks,
+                   std::uint64_t exploringTicks) const;
+
+  private:
+    Summary summary;
+    size_t runningTicks = 0;
+    size_t stabilizedTicks = 0;
+    double ofpsSum = 0.0;
+};
+
+Summary Summarize(const std::vector<TimelineRow>& rows, const FrameHistogram& frames,
                   double running_s, std::uint64_t hostTicks, std::uint64_t exploringTicks);
 
 // What the summary block on standard output says besides the figures.

@@ -60,8 +60,7 @@ std::optional<FrameStats> FrameHistogram::Stats() const {
     std::sort(longer.begin(), longer.end());
     auto nearestRank = [&](double percent) -> double {
         const auto rank = std::max<std::uint64_t>(
-            static_cast<std::uint64_t>(std::ceil(percent / 100.0 * static_cast<double>(count))),
-            1);
+            static_cast<std::uint64_t>(std::ceil(percent / 100.0 * static_cast<double>(count))), 1);
         std::uint64_t seen = 0;
         for (size_t i = 0; i < bins.size(); ++i) {
             seen += bins[i];
@@ -76,22 +75,34 @@ std::optional<FrameStats> FrameHistogram::Stats() const {
     return stats;
 }
 
-void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows) {
+void WriteTimelineHeader(std::ostream& out, bool withModel) {
     out << "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
-           "frame_ms_mean,frame_ms_p50,frame_ms_p99\n";
-    for (const TimelineRow& row : rows) {
-        out << fixed(row.time_s, 3) << ',' << (row.paused ? 1 : 0) << ','
-            << fixed(row.temperature_C, 3) << ',' << fixed(row.current_mA, 3) << ',' << row.ofps
-            << ',' << (row.efps ? std::to_string(*row.efps) : "") << ',' << row.gfps << ','
-            << row.sfps << ',' << quoted(row.node) << ',' << row.exploringTicks << ',';
-        if (row.frames) {
-            out << fixed(row.frames->mean_ms, 3) << ',' << fixed(row.frames->p50_ms, 3) << ','
-                << fixed(row.frames->p99_ms, 3);
-        } else {
-            out << ",,";
-        }
-        out << '\n';
+           "frame_ms_mean,frame_ms_p50,frame_ms_p99";
+    if (withModel) out << ",device_temperature_C,power_W,held_fps,jank_frames,governor_state";
+    out << '\n';
+}
+
+void WriteTimelineRow(std::ostream& out, const TimelineRow& row, bool withModel) {
+    out << fixed(row.time_s, 3) << ',' << (row.paused ? 1 : 0) << ',' << fixed(row.temperature_C, 3)
+        << ',' << fixed(row.current_mA, 3) << ',' << row.ofps << ','
+        << (row.efps ? std::to_string(*row.efps) : "") << ',' << row.gfps << ',' << row.sfps << ','
+        << quoted(row.node) << ',' << row.exploringTicks << ',';
+    if (row.frames) {
+        out << fixed(row.frames->mean_ms, 3) << ',' << fixed(row.frames->p50_ms, 3) << ','
+            << fixed(row.frames->p99_ms, 3);
+    } else {
+        out << ",,";
     }
+    if (withModel) {
+        out << ',' << fixed(row.deviceTemperature_C, 3) << ',' << fixed(row.power_W, 3) << ','
+            << row.heldFps << ',' << row.jankFrames << ',' << row.governorState;
+    }
+    out << '\n';
+}
+
+void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows, bool withModel) {
+    WriteTimelineHeader(out, withModel);
+    for (const TimelineRow& row : rows) WriteTimelineRow(out, row, withModel);
 }
 
 }  // namespace TalvexSim

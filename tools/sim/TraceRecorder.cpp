@@ -15,6 +15,9 @@ constexpr std::int64_t kKeptBeforeChange_ns = 2'000'000'000;
 constexpr std::int64_t kKeptAfterChange_ns = 2'000'000'000;
 // A target that wobbles between two rates would otherwise keep nearly every frame.
 constexpr std::int64_t kLeastGapBetweenWindows_ns = 60'000'000'000;
+// Viewers cannot open the trace of a whole day, and a long run must not grow without bound:
+// only the first hour is traced.
+constexpr std::int64_t kTracedSpan_ns = 3600'000'000'000;
 
 std::atomic<TraceRecorder*> activeRecorder{nullptr};
 
@@ -78,6 +81,7 @@ std::uint16_t TraceRecorder::intern(const char* name) {
 }
 
 void TraceRecorder::add(const Event& event) {
+    if (event.time_ns > kTracedSpan_ns) return;
     if ((event.track == TraceTrack::Host && !hostAtFrameRate) || detail == FrameDetail::All) {
         kept.push_back(event);
         return;
@@ -122,6 +126,7 @@ void TraceRecorder::MarkTargetChange(std::int64_t time_ns) {
 }
 
 void TraceRecorder::ModelCounter(const char* name, std::int64_t time_ns, double value) {
+    if (time_ns > kTracedSpan_ns) return;
     modelEvents.push_back({time_ns, value, intern(name)});
 }
 

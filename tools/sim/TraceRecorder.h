@@ -16,7 +16,7 @@ enum class TraceTrack : std::uint8_t { Host = 1, Render = 2 };
 // run would give a trace file that the viewers cannot open; by default only the first seconds
 // and the frames around a change of the pacing target are kept, where pacing does something
 // worth looking at, at most one such window a minute. A host ticking once a period is always
-// kept; one ticking every frame is kept like the frames.
+// kept; one ticking every frame is kept like the frames. Only the first hour of a run is traced.
 enum class FrameDetail { AroundChanges, All, None };
 
 struct TraceNames {

@@ -104,7 +104,7 @@ TEST(ClosedLoopTest, PeriodicHostTicksOncePerPeriodAndCountsFramesPerPeriod) {
         ASSERT_TRUE(row.frames.has_value());
         EXPECT_NEAR(row.frames->mean_ms, 1000.0 / 60.0, 1e-3);
     }
-    EXPECT_NEAR(static_cast<double>(result.frameLengths_ms.size()), 20.0 * 60.0, 1.0);
+    EXPECT_NEAR(static_cast<double>(result.frames.Count()), 20.0 * 60.0, 1.0);
 }
 
 TEST(ClosedLoopTest, SettingsEventsReachTheLibraryWhileTheRunGoesOn) {
@@ -180,7 +180,7 @@ TEST(ReplayTest, RecordedTicksDriveTheManagerInOpenLoop) {
     EXPECT_DOUBLE_EQ(result.rows[3].time_s, 13.0);
     EXPECT_DOUBLE_EQ(result.rows[3].temperature_C, 47.0);
     EXPECT_DOUBLE_EQ(result.rows[3].current_mA, 1200.0);
-    EXPECT_TRUE(result.frameLengths_ms.empty());
+    EXPECT_EQ(result.frames.Count(), 0u);
     EXPECT_EQ(result.rows.front().gfps, 60);
     // Hot all along: the SFPS comes down to the balanced 45 at 47 C and the node says so.
     EXPECT_EQ(result.rows.back().sfps, 45);

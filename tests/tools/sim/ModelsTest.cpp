@@ -98,7 +98,7 @@ DeviceParams quietDevice() {
 }
 
 TEST(DeviceModelTest, HeatsMonotonicallyTowardsTheSteadyStateOfThePowerDrawn) {
-    DeviceModel device(quietDevice(), 1);
+    DeviceModel device(quietDevice(), false, 1);
     // 60 frames a second at 100 mJ: 6 W plus 1 W idle, settling at 25 + 4 x 7 = 53 C.
     double previous = device.Temperature_C();
     for (int second = 0; second < 2000; ++second) {
@@ -117,14 +117,14 @@ TEST(DeviceModelTest, HeatsMonotonicallyTowardsTheSteadyStateOfThePowerDrawn) {
 TEST(DeviceModelTest, OneTimeConstantCoversTheKnownShareOfTheWayAndPausedDevicesCool) {
     DeviceParams params = quietDevice();
     params.initial_C = 45.0;
-    DeviceModel device(params, 1);
+    DeviceModel device(params, false, 1);
     device.Advance(100.0, true);  // paused: 0.5 W, settling at 27 C
     EXPECT_NEAR(device.Temperature_C(), 27.0 + 18.0 * std::exp(-1.0), 1e-9);
     EXPECT_NEAR(device.Current_mA(), 125.0, 1e-9);
 }
 
 TEST(DeviceModelTest, CurrentReadingIsTheMeanSinceTheLastReadingAndNeverNegative) {
-    DeviceModel device(quietDevice(), 1);
+    DeviceModel device(quietDevice(), false, 1);
     device.AddFrame(3.0);  // 0.3 J over the first second: 1.3 W
     device.Advance(1.0, false);
     device.Advance(1.0, false);                   // 1 W
@@ -136,7 +136,7 @@ TEST(DeviceModelTest, CurrentReadingIsTheMeanSinceTheLastReadingAndNeverNegative
     cold.ambient_C = -30.0;
     cold.initial_C = -30.0;
     cold.currentNoise_mA = 1e4;
-    DeviceModel frozen(cold, 3);
+    DeviceModel frozen(cold, false, 3);
     EXPECT_EQ(frozen.ReadTemperature_mC(), 0u);
     // Noise far larger than the draw: negative readings stop at 0 instead of wrapping around.
     int zeros = 0;
@@ -146,6 +146,44 @@ TEST(DeviceModelTest, CurrentReadingIsTheMeanSinceTheLastReadingAndNeverNegative
         zeros += reading == 0 ? 1 : 0;
     }
     EXPECT_GT(zeros, 0);
+}
+
+TEST(DeviceModelTest, GovernorStepsOneStatePerPollAboveTheTripAndBackBelowItsHysteresis) {
+    DeviceParams params = quietDevice();
+    params.initial_C = 50.0;
+    params.thermalTimeConstant_s = 1e6;  // the temperature barely moves on its own
+    params.governor.trip_C = 45.0;
+    params.governor.hysteresis_C = 2.0;
+    params.governor.poll_s = 0.25;
+    params.governor.maxState = 3;
+    params.governor.clockStep = 0.2;
+    DeviceModel device(params, true, 1);
+    std::vector<int> states;
+    for (int poll = 0; poll < 4; ++poll) {
+        device.Advance(0.25, false);
+        states.push_back(device.GovernorState());
+    }
+    EXPECT_EQ(states, (std::vector<int>{1, 2, 3, 3}));  // one up per poll, up to the maximum
+    EXPECT_NEAR(device.Clock(), 0.4, 1e-12);
+    // A frame at 40 % of the clock costs 16 % of its energy (dynamic power ~ clock cubed).
+    device.AddFrame(1.0);
+    device.Advance(0.1, false);
+    EXPECT_NEAR(device.Power_W(), 1.0 + 0.016 / 0.1, 1e-9);
+
+    // A paused device cooling from 80 C towards 27 C (time constant 2 s): up while above the
+    // trip, held between 43 and 45 C, then one down per poll.
+    params.initial_C = 80.0;
+    params.thermalTimeConstant_s = 2.0;
+    DeviceModel cooling(params, true, 1);
+    states.clear();
+    for (int poll = 0; poll < 13; ++poll) {
+        cooling.Advance(0.25, true);
+        states.push_back(cooling.GovernorState());
+    }
+    EXPECT_EQ(states, (std::vector<int>{1, 2, 3, 3, 3, 3, 3, 3, 3, 2, 1, 0, 0}));
+    DeviceModel off(params, false, 1);
+    off.Advance(10.0, false);
+    EXPECT_EQ(off.GovernorState(), 0);
 }
 
 }  // namespace

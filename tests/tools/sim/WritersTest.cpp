@@ -40,6 +40,22 @@ TEST(FrameStatsTest, NearestRankPercentiles) {
     EXPECT_DOUBLE_EQ(stats.p50_ms, 50.0);
     EXPECT_DOUBLE_EQ(stats.p99_ms, 99.0);
     EXPECT_DOUBLE_EQ(ComputeFrameStats({7.0f})->p99_ms, 7.0);
+
+    // The fixed-memory histogram agrees to the microsecond, past its binned range too.
+    FrameHistogram histogram;
+    EXPECT_FALSE(histogram.Stats().has_value());
+    lengths.clear();
+    for (int i = 1; i <= 98; ++i) lengths.push_back(static_cast<float>(i) * 2.5371f);
+    lengths.push_back(400.25f);
+    lengths.push_back(1000.5f);
+    for (const float length : lengths) histogram.Add(length);
+    const FrameStats exact = *ComputeFrameStats(lengths);
+    const FrameStats binned = *histogram.Stats();
+    EXPECT_EQ(histogram.Count(), 100u);
+    EXPECT_NEAR(binned.mean_ms, exact.mean_ms, 1e-9);
+    EXPECT_NEAR(binned.p50_ms, exact.p50_ms, 0.001);
+    EXPECT_LE(binned.p50_ms, exact.p50_ms);
+    EXPECT_DOUBLE_EQ(binned.p99_ms, exact.p99_ms);  // 400.25 ms, kept exactly
 }
 
 TEST(TimelineCsvTest, OneLinePerRowWithTheNodeQuotedAndMissingValuesEmpty) {
@@ -53,6 +69,11 @@ TEST(TimelineCsvTest, OneLinePerRowWithTheNodeQuotedAndMissingValuesEmpty) {
     running.sfps = 45;
     running.node = "7,45,60";
     running.frames = FrameStats{16.6667, 16.5, 20.25};
+    running.deviceTemperature_C = 40.25;
+    running.power_W = 5.5;
+    running.heldFps = 45;
+    running.jankFrames = 2;
+    running.governorState = 1;
     TimelineRow paused;
     paused.time_s = 2.0;
     paused.paused = true;
@@ -61,9 +82,15 @@ TEST(TimelineCsvTest, OneLinePerRowWithTheNodeQuotedAndMissingValuesEmpty) {
     WriteTimelineCsv(csv, {running, paused});
     EXPECT_EQ(csv.str(),
               "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
-              "frame_ms_mean,frame_ms_p50,frame_ms_p99\n"
-              "1.000,0,40.500,1234.500,59,60,60,45,\"7,45,60\",0,16.667,16.500,20.250\n"
-              "2.000,1,0.000,0.000,0,,-1,-1,\"odd \"\"text\"\"\",0,,,\n");
+              "frame_ms_mean,frame_ms_p50,frame_ms_p99,device_temperature_C,power_W,held_fps,"
+              "jank_frames,governor_state\n"
+              "1.000,0,40.500,1234.500,59,60,60,45,\"7,45,60\",0,16.667,16.500,20.250,40.250,"
+              "5.500,45,2,1\n"
+              "2.000,1,0.000,0.000,0,,-1,-1,\"odd \"\"text\"\"\",0,,,,0.000,0.000,0,0,0\n");
+    std::ostringstream replay;
+    WriteTimelineCsv(replay, {running}, false);  // no device model: its columns are left out
+    EXPECT_EQ(replay.str().substr(replay.str().find('\n') + 1),
+              "1.000,0,40.500,1234.500,59,60,60,45,\"7,45,60\",0,16.667,16.500,20.250\n");
 }
 
 TEST(NodeTextTest, SfpsIsTheSecondFieldWhenTheTextHasThree) {
@@ -210,7 +237,8 @@ TimelineRow row(double time_s, int gfps, int sfps, bool paused = false) {
 TEST(SummaryTest, FiguresComeFromRunningRowsOnly) {
     const std::vector<TimelineRow> rows = {row(1, 60, -1), row(2, 60, 60),       row(3, 60, 55),
                                            row(4, 60, 50), row(5, 60, 40, true), row(6, 60, -35)};
-    const std::vector<float> frames(300, 20.0f);
+    FrameHistogram frames;
+    for (int i = 0; i < 300; ++i) frames.Add(20.0f);
     const Summary summary = Summarize(rows, frames, 5.0, 10, 1);
     ASSERT_TRUE(summary.firstDecrease_s.has_value());
     EXPECT_DOUBLE_EQ(*summary.firstDecrease_s, 3.0);  // 60 of 60 is no decrease
