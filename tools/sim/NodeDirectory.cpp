@@ -1,6 +1,8 @@
 #include "tools/sim/NodeDirectory.h"
 
+#include <fcntl.h>
 #include <sys/inotify.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -30,6 +32,31 @@ std::string makeTemporaryDirectory() {
                              std::strerror(errno));
 }
 
+[[noreturn]] void fail(const std::string& what, const std::string& path) {
+    throw std::runtime_error("cannot " + what + " " + path + ": " + std::strerror(errno));
+}
+
+// A memory file that holds the text and refuses to be written, truncated or grown, even by
+// root; its /proc/self/fd link stands in for the node.
+int sealedCopy(const std::string& text, const std::string& path) {
+    const int copy = memfd_create("node", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (copy < 0) fail("copy", path);
+    const bool sealed =
+        write(copy, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+        fcntl(copy, F_ADD_SEALS, F_SEAL_WRITE | F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL) == 0;
+    if (!sealed) {
+        close(copy);
+        fail("seal a copy of", path);
+    }
+    return copy;
+}
+
+void replaceWithLink(const std::string& target, const std::string& path) {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
+    if (symlink(target.c_str(), path.c_str()) != 0) fail("replace", path);
+}
+
 }  // namespace
 
 NodeDirectory::NodeDirectory(const std::string& chosen)
@@ -55,6 +82,14 @@ NodeDirectory::NodeDirectory(const std::string& chosen)
 }
 
 NodeDirectory::~NodeDirectory() {
+    for (const auto& [node, isBroken] : broken) {
+        if (!isBroken) continue;
+        try {
+            Repair(node);
+        } catch (const std::exception&) {
+            // A node left broken in a directory the user named is theirs to remove.
+        }
+    }
     Basics::SetNodeDirectory(previousNodeDirectory);
     if (watch >= 0) close(watch);
     if (removeOnExit) {
@@ -88,7 +123,48 @@ void NodeDirectory::CountWrites() {
 std::optional<std::uint64_t> NodeDirectory::Writes(const std::string& node) const {
     if (watch < 0 || overflowed) return std::nullopt;
     const auto found = writes.find(node);
-    return found == writes.end() ? 0 : found->second;
+    const auto others = othersWrites.find(node);
+    return (found == writes.end() ? 0 : found->second) -
+           (others == othersWrites.end() ? 0 : others->second);
+}
+
+void NodeDirectory::MakeReadOnly(const std::string& node) {
+    const std::string nodePath = path + "/" + node;
+    const int copy = sealedCopy(Read(node), nodePath);
+    replaceWithLink("/proc/self/fd/" + std::to_string(copy), nodePath);
+    readOnlyCopies[node] = copy;
+    broken[node] = true;
+}
+
+void NodeDirectory::MakeMissing(const std::string& node) {
+    // Into a folder that does not exist, so that opening the node for writing cannot create it.
+    replaceWithLink(path + "/.absent/" + node, path + "/" + node);
+    broken[node] = true;
+}
+
+void NodeDirectory::Repair(const std::string& node) {
+    const std::string kept = Read(node);
+    const auto copy = readOnlyCopies.find(node);
+    if (copy != readOnlyCopies.end()) {
+        close(copy->second);
+        readOnlyCopies.erase(copy);
+    }
+    std::error_code ignored;
+    std::filesystem::remove(path + "/" + node, ignored);
+    broken[node] = false;
+    if (!kept.empty()) WriteAsOther(node, kept);
+}
+
+void NodeDirectory::WriteAsOther(const std::string& node, const std::string& text) {
+    CountWrites();
+    {
+        std::ofstream file(path + "/" + node, std::ios::binary | std::ios::trunc);
+        if (!file.is_open()) fail("write", path + "/" + node);
+        file << text;
+    }
+    // Taken in now, so that the library's count never sees the write without its correction.
+    CountWrites();
+    ++othersWrites[node];
 }
 
 }  // namespace TalvexSim

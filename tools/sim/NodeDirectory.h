@@ -26,8 +26,18 @@ class NodeDirectory {
     // Takes in the writes made since the last call; call it often enough for the kernel's
     // event queue not to fill up.
     void CountWrites();
-    // Completed writes to a node so far; nothing when they could not be counted.
+    // Completed writes to a node so far, by the library; nothing when they could not be counted.
     std::optional<std::uint64_t> Writes(const std::string& node) const;
+
+    // Faults of a node as the library meets them on a device, where it runs as root and so
+    // permissions stop nothing. Read-only: the node keeps its text and refuses every write.
+    // Missing: it can be neither read nor created. Repair lifts either; the node then holds what
+    // it held before, or nothing. Throw std::runtime_error when the directory refuses.
+    void MakeReadOnly(const std::string& node);
+    void MakeMissing(const std::string& node);
+    void Repair(const std::string& node);
+    // Another writer's text; not counted as a write of the library.
+    void WriteAsOther(const std::string& node, const std::string& text);
 
   private:
     std::string path;
@@ -36,6 +46,9 @@ class NodeDirectory {
     int watch = -1;
     bool overflowed = false;
     std::map<std::string, std::uint64_t> writes;
+    std::map<std::string, std::uint64_t> othersWrites;
+    std::map<std::string, int> readOnlyCopies;  // sealed memory files the broken nodes point to
+    std::map<std::string, bool> broken;
 };
 
 }  // namespace TalvexSim

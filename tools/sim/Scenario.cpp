@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <limits>
+#include <map>
 #include <sstream>
 
 #include "talvex/user_settings/OnlineConfigJsonParser.h"
@@ -19,6 +20,7 @@ namespace {
 
 constexpr double kUnbounded = std::numeric_limits<double>::max();
 constexpr double kLongestRun_s = 24.0 * 3600.0;
+constexpr const char* kSensorNames[] = {"temperature", "current", "cpu"};
 
 std::string indexed(const std::string& path, Json::ArrayIndex index) {
     return path + "[" + std::to_string(index) + "]";
@@ -142,43 +144,200 @@ DeviceParams readDevice(const JsonDocument& document, const Json::Value& value) 
     return params;
 }
 
-std::vector<ScenarioEvent> readEvents(const JsonDocument& document, const Json::Value& value,
-                                      double duration_s) {
+// One of a fixed set of names, or a refusal that lists them.
+template <typename Choice>
+Choice choose(ObjectReader& entry, const std::string& key, const char* what,
+              std::initializer_list<std::pair<const char*, Choice>> choices) {
+    const std::string name = entry.String(key);
+    std::string names;
+    for (const auto& [text, choice] : choices) {
+        if (name == text) return choice;
+        names += (names.empty() ? "" : ", ") + std::string(text);
+    }
+    entry.Document().Fail(entry.Member(key), entry.PathOf(key),
+                          "'" + name + "' is not " + what + " (" + names + ")");
+}
+
+void readSpan(ObjectReader& entry, FaultEvent& fault, double duration_s) {
+    fault.at_s = entry.Number("at_s", 0.0, duration_s);
+    fault.duration_s = entry.Number("duration_s", 0.001, duration_s);
+    if (fault.End_s() > duration_s) {
+        entry.Document().Fail(
+            entry.Member("duration_s"), entry.PathOf("duration_s"),
+            "the fault lasts past the end of the run (" + FormatNumber(duration_s) + " s)");
+    }
+}
+
+FaultEvent readFault(const JsonDocument& document, const Json::Value& value,
+                     const std::string& path, const std::string& type, double duration_s) {
+    FaultEvent fault;
+    fault.where = document.Where(value);
+    if (type == "sensor_fault") {
+        ObjectReader entry(document, value, path,
+                           {"at_s", "type", "duration_s", "sensor", "mode", "magnitude"});
+        fault.kind = FaultKind::Sensor;
+        readSpan(entry, fault, duration_s);
+        fault.sensor = choose<SensorKind>(entry, "sensor", "a sensor",
+                                          {{"temperature", SensorKind::Temperature},
+                                           {"current", SensorKind::Current},
+                                           {"cpu", SensorKind::Cpu}});
+        fault.sensorMode = choose<SensorMode>(
+            entry, "mode", "a sensor fault mode",
+            {{"nan", SensorMode::Nan}, {"stuck", SensorMode::Stuck}, {"spike", SensorMode::Spike}});
+        if (fault.sensorMode == SensorMode::Spike) {
+            // Hot enough to cross every bound, a draw far above any threshold, a busy CPU.
+            const double byDefault = fault.sensor == SensorKind::Temperature ? 30.0
+                                     : fault.sensor == SensorKind::Current   ? 5000.0
+                                                                             : 100.0;
+            fault.magnitude = entry.Number("magnitude", 0.001, 1e6, byDefault);
+        } else if (entry.Has("magnitude")) {
+            document.Fail(entry.Member("magnitude"), entry.PathOf("magnitude"),
+                          "only a spike takes a magnitude");
+        }
+    } else if (type == "node_fault") {
+        ObjectReader entry(document, value, path, {"at_s", "type", "duration_s", "node", "mode"});
+        fault.kind = FaultKind::Node;
+        readSpan(entry, fault, duration_s);
+        fault.node = choose<std::string>(entry, "node", "a node",
+                                         {{"efps_max", "efps_max"}, {"egl_buf", "egl_buf"}});
+        fault.nodeMode = choose<NodeMode>(entry, "mode", "a node fault mode",
+                                          {{"read_only", NodeMode::ReadOnly},
+                                           {"missing", NodeMode::Missing},
+                                           {"rewritten", NodeMode::Rewritten}});
+    } else if (type == "host_stall") {
+        ObjectReader entry(document, value, path, {"at_s", "type", "duration_s"});
+        fault.kind = FaultKind::HostStall;
+        readSpan(entry, fault, duration_s);
+    } else {
+        ObjectReader entry(document, value, path,
+                           {"at_s", "type", "duration_s", "records_per_s", "invalid_share"});
+        fault.kind = FaultKind::SettingsStorm;
+        readSpan(entry, fault, duration_s);
+        fault.recordsPerSecond = entry.Number("records_per_s", 0.01, 1000.0);
+        fault.invalidShare = entry.Number("invalid_share", 0.0, 1.0);
+    }
+    return fault;
+}
+
+// What one fault event occupies: two events holding the same resource at once cannot be told
+// apart in the model (which one ends the stuck reading, whose text the node keeps).
+std::string resourceOf(const FaultEvent& fault) {
+    switch (fault.kind) {
+        case FaultKind::Sensor:
+            return std::string("sensor ") + kSensorNames[static_cast<size_t>(fault.sensor)];
+        case FaultKind::Node:
+            return "node " + fault.node;
+        case FaultKind::HostStall:
+            return "host stall";
+        case FaultKind::SettingsStorm:
+            return "settings storm";
+    }
+    return "";
+}
+
+struct FaultInForce {
+    double end_s;
+    std::string where;
+};
+
+// Replaces an earlier record of the same key, so that a storm re-sends each setting once per
+// round, with its latest value.
+void keepInForce(std::vector<UserSettings::UserSetting>& inForce,
+                 const std::vector<UserSettings::UserSetting>& records) {
+    for (const auto& record : records) {
+        inForce.erase(std::remove_if(inForce.begin(), inForce.end(),
+                                     [&record](const UserSettings::UserSetting& kept) {
+                                         return kept.category == record.category &&
+                                                kept.key == record.key;
+                                     }),
+                      inForce.end());
+        inForce.push_back(record);
+    }
+}
+
+void readEvents(const JsonDocument& document, const Json::Value& value, Scenario& scenario) {
     ExpectArray(document, value, "events");
-    std::vector<ScenarioEvent> events;
+    const double duration_s = scenario.duration_s;
     bool paused = false;
+    double lastAt_s = 0.0;
+    std::map<std::string, FaultInForce> faultsInForce;  // by resource
+    std::vector<UserSettings::UserSetting> settingsInForce = scenario.settings;
     for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
         const std::string path = indexed("events", i);
-        ObjectReader entry(document, value[i], path, {"at_s", "type", "param1"});
+        const Json::Value& item = value[i];
+        const std::string type =
+            item.isObject() && item["type"].isString() ? item["type"].asString() : std::string();
+        if (type == "sensor_fault" || type == "node_fault" || type == "host_stall" ||
+            type == "settings_storm") {
+            FaultEvent fault = readFault(document, item, path, type, duration_s);
+            if (fault.at_s < lastAt_s) {
+                document.Fail(item, path, "events must be listed in time order");
+            }
+            if (paused) document.Fail(item, path, "a fault cannot start while the game is paused");
+            const std::string resource = resourceOf(fault);
+            const auto earlier = faultsInForce.find(resource);
+            if (earlier != faultsInForce.end() && earlier->second.end_s > fault.at_s) {
+                document.Fail(item, path,
+                              "overlaps the " + resource + " fault at " + earlier->second.where +
+                                  " (until " + FormatNumber(earlier->second.end_s) +
+                                  " s); one at a time");
+            }
+            if (fault.kind == FaultKind::SettingsStorm) {
+                if (settingsInForce.empty() && fault.invalidShare < 1.0) {
+                    document.Fail(item, path,
+                                  "no setting is in force to re-send as a valid record (use "
+                                  "invalid_share 1, or set one before the storm)");
+                }
+                fault.settingsInForce = settingsInForce;
+            }
+            faultsInForce[resource] = {fault.End_s(), fault.where};
+            lastAt_s = fault.at_s;
+            scenario.faults.push_back(std::move(fault));
+            continue;
+        }
+
+        ObjectReader entry(document, item, path, {"at_s", "type", "param1"});
         ScenarioEvent event;
-        event.where = document.Where(value[i]);
+        event.where = document.Where(item);
         event.at_s = entry.Number("at_s", 0.0, duration_s);
-        const std::string type = entry.String("type");
         if (type == "pause") {
-            if (paused) document.Fail(value[i], path, "pause while the game is already paused");
+            if (paused) document.Fail(item, path, "pause while the game is already paused");
+            for (const auto& [resource, fault] : faultsInForce) {
+                if (fault.end_s > event.at_s) {
+                    document.Fail(item, path,
+                                  "pause while the " + resource + " fault at " + fault.where +
+                                      " lasts (until " + FormatNumber(fault.end_s) +
+                                      " s); a fault must end before the game pauses");
+                }
+            }
             event.type = EventType::Pause;
             paused = true;
+            settingsInForce.clear();  // the library forgets a paused game's settings
         } else if (type == "resume") {
-            if (!paused) document.Fail(value[i], path, "resume while the game is not paused");
+            if (!paused) document.Fail(item, path, "resume while the game is not paused");
             event.type = EventType::Resume;
             paused = false;
         } else if (type == "settings") {
             event.type = EventType::Settings;
             event.settings = readCommand(document, entry.Member("param1"), entry.PathOf("param1"));
+            keepInForce(settingsInForce, event.settings);
         } else {
+            const std::string written = entry.String("type");
             document.Fail(entry.Member("type"), entry.PathOf("type"),
-                          "'" + type + "' is not an event type (pause, resume, settings)");
+                          "'" + written +
+                              "' is not an event type (pause, resume, settings, sensor_fault, "
+                              "node_fault, host_stall, settings_storm)");
         }
         if (event.type != EventType::Settings && entry.Has("param1")) {
             document.Fail(entry.Member("param1"), entry.PathOf("param1"),
                           "only settings events take a command");
         }
-        if (!events.empty() && event.at_s < events.back().at_s) {
-            document.Fail(value[i], path, "events must be listed in time order");
+        if (event.at_s < lastAt_s) {
+            document.Fail(item, path, "events must be listed in time order");
         }
-        events.push_back(std::move(event));
+        lastAt_s = event.at_s;
+        scenario.events.push_back(std::move(event));
     }
-    return events;
 }
 
 void readConfig(const JsonDocument& document, const Json::Value& value, Scenario& scenario) {
@@ -213,6 +372,31 @@ void readConfig(const JsonDocument& document, const Json::Value& value, Scenario
 }
 
 }  // namespace
+
+std::string FaultEvent::Detail() const {
+    static const char* const kSensorModes[] = {"nan", "stuck", "spike"};
+    static const char* const kNodeModes[] = {"read_only", "missing", "rewritten"};
+    static const char* const kUnits[] = {" \u00b0C", " mA", ""};
+    switch (kind) {
+        case FaultKind::Sensor: {
+            const auto sensorIndex = static_cast<size_t>(sensor);
+            std::string text = std::string(kSensorNames[sensorIndex]) + " " +
+                               kSensorModes[static_cast<size_t>(sensorMode)];
+            if (sensorMode == SensorMode::Spike) {
+                text += " +" + FormatNumber(magnitude) + kUnits[sensorIndex];
+            }
+            return text;
+        }
+        case FaultKind::Node:
+            return node + " " + kNodeModes[static_cast<size_t>(nodeMode)];
+        case FaultKind::HostStall:
+            return "no host ticks";
+        case FaultKind::SettingsStorm:
+            return FormatNumber(recordsPerSecond) + "/s, " + FormatNumber(invalidShare * 100.0) +
+                   "% invalid";
+    }
+    return "";
+}
 
 void ApplyToBounds(DeciderBounds& bounds, const std::vector<UserSettings::UserSetting>& settings) {
     auto number = [](const std::string& text, double reset) {
@@ -281,10 +465,9 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     }
     scenario.game = readGame(document, top.Member("game"), scenario.duration_s);
     if (top.Has("device")) scenario.device = readDevice(document, top.Member("device"));
-    if (top.Has("events")) {
-        scenario.events = readEvents(document, top.Member("events"), scenario.duration_s);
-    }
+    // The configuration first: a settings storm re-sends the settings in force.
     readConfig(document, top.Member("config"), scenario);
+    if (top.Has("events")) readEvents(document, top.Member("events"), scenario);
     return scenario;
 }
 

@@ -64,6 +64,39 @@ struct ScenarioEvent {
     std::string where;                                // "file:line:column" of the event
 };
 
+// Something a real device does to the host or the game for a while. Faults of different kinds
+// may overlap; two of one sensor, of one node, two stalls or two storms may not, and none starts
+// while the game is paused or lasts into a pause or past the end of the run.
+enum class FaultKind { Sensor, Node, HostStall, SettingsStorm };
+enum class SensorKind { Temperature, Current, Cpu };
+// Nan: the host's read fails, and its -1 reaches the unsigned record as all ones. Stuck: the
+// reading keeps the value it had when the fault began. Spike: the reading is raised by the
+// magnitude (in C, mA or CPU reading units).
+enum class SensorMode { Nan, Stuck, Spike };
+// ReadOnly: the node keeps its text and refuses writes. Missing: it can be neither read nor
+// created. Rewritten: another writer puts its own text there every second.
+enum class NodeMode { ReadOnly, Missing, Rewritten };
+
+struct FaultEvent {
+    FaultKind kind = FaultKind::Sensor;
+    double at_s = 0.0;
+    double duration_s = 0.0;
+    std::string where;  // "file:line:column" of the event
+    SensorKind sensor = SensorKind::Temperature;
+    SensorMode sensorMode = SensorMode::Nan;
+    double magnitude = 0.0;  // Spike only
+    std::string node;        // "efps_max" or "egl_buf"
+    NodeMode nodeMode = NodeMode::ReadOnly;
+    double recordsPerSecond = 0.0;
+    double invalidShare = 0.0;
+    // A storm's valid records: the settings in force when it starts, as they were written, so
+    // that re-sending them changes nothing.
+    std::vector<UserSettings::UserSetting> settingsInForce;
+
+    double End_s() const { return at_s + duration_s; }
+    std::string Detail() const;  // "temperature nan", "efps_max read_only", "20/s, 30% invalid"
+};
+
 struct Scenario {
     std::string name;
     std::string description;
@@ -78,6 +111,7 @@ struct Scenario {
     GameParams game;
     DeviceParams device;
     std::vector<ScenarioEvent> events;  // ordered by time
+    std::vector<FaultEvent> faults;     // ordered by start
 
     // The online configuration exactly as written, and what the library's parser made of it.
     int pid = 0;

@@ -10,6 +10,7 @@
 #include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
 #include "talvex/pacing/Quillet.h"
 #include "tools/sim/DeviceModel.h"
+#include "tools/sim/Faults.h"
 #include "tools/sim/GameModel.h"
 #include "tools/sim/InputError.h"
 #include "tools/sim/LibraryLog.h"
@@ -106,6 +107,7 @@ class Session {
         result.libraryLog = log.Text();
         result.libraryErrors = log.ErrorCount();
         result.libraryWarnings = log.WarningCount();
+        result.escapedExceptions = escapedExceptions;
     }
 
     // One host tick; with `readEfps`, the EFPS as the manager stated it, which costs the
@@ -116,8 +118,8 @@ class Session {
         log.SetVisibleLevel(level);
         log.ClearEfps();
         if (readEfps) Basics::Log::SetLogLevel(std::max(level, kLevelShowingEfps));
-        manager->Update(info, ofps, refreshRate_Hz);
-        manager->PostUpdate();
+        Guard([&] { manager->Update(info, ofps, refreshRate_Hz); });
+        Guard([&] { manager->PostUpdate(); });
         Basics::Log::SetLogLevel(level);
         return log.Efps();
     }
@@ -128,8 +130,25 @@ class Session {
         trace->SetTrack(TraceTrack::Host);
         log.SetVisibleLevel(Basics::Log::LogLevel());
         const size_t errorsBefore = log.ErrorCount();
-        manager->OnUserSettingParameters(std::make_shared<const SettingList>(settings));
-        return log.ErrorCount() == errorsBefore;
+        const std::uint64_t escapedBefore = escapedExceptions;
+        Guard([&] {
+            manager->OnUserSettingParameters(std::make_shared<const SettingList>(settings));
+        });
+        return log.ErrorCount() == errorsBefore && escapedExceptions == escapedBefore;
+    }
+
+    // Nothing the library raises may leave a call; one that does is counted, not fatal.
+    template <typename Call>
+    void Guard(Call&& call) {
+        try {
+            call();
+        } catch (...) {
+            ++escapedExceptions;
+        }
+    }
+
+    LibraryCounts Counts() const {
+        return {log.ErrorCount(), log.WarningCount(), escapedExceptions};
     }
 
     // A refusal in the middle of a run may be the point of the scenario (the settings of a
@@ -156,6 +175,7 @@ class Session {
     std::unique_ptr<TraceRecorder> trace;
     std::unique_ptr<FpsManager> manager;
     std::unique_ptr<Quillet> quillet;
+    std::uint64_t escapedExceptions = 0;
     DeciderBounds bounds;  // as the settings applied so far leave them
 
   private:
@@ -190,7 +210,8 @@ class ClosedLoop {
           nextRow_ns(row_ns),
           minFramePeriod_ns(millisecondsToNs(game.MinFramePeriodMs())),
           sensorPeriod_ns(secondsToNs(scenario_.device.sensorPeriod_s)),
-          capFps(GameModel::CapFps(scenario_.game, scenario_.refreshRate_Hz)) {
+          capFps(GameModel::CapFps(scenario_.game, scenario_.refreshRate_Hz)),
+          faults(scenario_, session.nodes) {
         session.trace->SetHostAtFrameRate(scenario.tickEveryFrame);
         if (options.policy.kind == PolicyKind::Fixed) target = options.policy.fixedFps;
         createQuillet();
@@ -217,6 +238,7 @@ class ClosedLoop {
 
         result.simulated_s = scenario.duration_s;
         result.running_s = scenario.duration_s - nsToSeconds(paused_ns);
+        result.faults = faults.Finish(session.Counts());
         session.End(result);
         return std::move(result);
     }
@@ -237,7 +259,9 @@ class ClosedLoop {
     std::int64_t frame(std::int64_t start) {
         session.trace->SetTrack(TraceTrack::Render);
         if (session.quillet) {
-            session.quillet->Update(target, scenario.refreshRate_Hz, scenario.refreshRate_Hz);
+            session.Guard([&] {
+                session.quillet->Update(target, scenario.refreshRate_Hz, scenario.refreshRate_Hz);
+            });
         }
         const double nominalWork_ms = game.NextWorkMs(nsToSeconds(start));
         const double work_ms = nominalWork_ms / device.Clock();
@@ -245,8 +269,10 @@ class ClosedLoop {
         advance(workDone);
 
         session.trace->SetTrack(TraceTrack::Render);
-        const float sleep_ms =
-            session.quillet ? session.quillet->CalculateSleepDuration_ms() : 0.0f;
+        float sleep_ms = 0.0f;
+        if (session.quillet) {
+            session.Guard([&] { sleep_ms = session.quillet->CalculateSleepDuration_ms(); });
+        }
         // Each write must be taken in before the next one, or the kernel merges the two.
         session.nodes.CountWrites();
         const std::int64_t slept =
@@ -258,7 +284,8 @@ class ClosedLoop {
         if (end > duration_ns) return duration_ns;
 
         session.trace->SetTrack(TraceTrack::Render);
-        if (session.quillet) session.quillet->PostUpdate();
+        if (session.quillet) session.Guard([&] { session.quillet->PostUpdate(); });
+        faults.OnFrame();
         const auto length_ms = static_cast<float>(static_cast<double>(end - start) / 1e6);
         secondFrames_ms.push_back(length_ms);
         result.frames.Add(length_ms);
@@ -275,7 +302,7 @@ class ClosedLoop {
         session.trace->SetTrack(TraceTrack::Render);
         session.quillet.reset();  // the surface goes away with the game
         session.trace->SetTrack(TraceTrack::Host);
-        if (session.manager) session.manager->OnPause();
+        if (session.manager) session.Guard([&] { session.manager->OnPause(); });
         session.nodes.CountWrites();
         paused = true;
         readTarget(start);
@@ -297,7 +324,7 @@ class ClosedLoop {
         recentFrameEnds_ns.clear();
         if (resumed >= duration_ns) return duration_ns;
 
-        if (session.manager) session.manager->OnResume(scenario.pid);
+        if (session.manager) session.Guard([&] { session.manager->OnResume(scenario.pid); });
         createQuillet();
         paused = false;
         runningSince_ns = resumed;
@@ -315,7 +342,13 @@ class ClosedLoop {
     // Passes the row times (and with a periodic host its ticks) due up to that time, then
     // moves the clock there.
     void advance(std::int64_t time) {
-        while (nextRow_ns <= time && nextRow_ns <= duration_ns) {
+        while (true) {
+            const std::int64_t row = nextRow_ns <= duration_ns ? nextRow_ns : FaultInjector::kNever;
+            if (faults.NextDue_ns() <= std::min(time, row)) {
+                runFaults(faults.NextDue_ns());
+                continue;
+            }
+            if (row > time) break;
             session.clock.Set(nextRow_ns);
             if (!scenario.tickEveryFrame) {
                 periodicTick(nextRow_ns);
@@ -331,6 +364,17 @@ class ClosedLoop {
             nextRow_ns += row_ns;
         }
         session.clock.Set(time);
+    }
+
+    // The injector's actions at their own time, between the loop's row times and ticks.
+    void runFaults(std::int64_t time) {
+        session.clock.Set(time);
+        session.trace->SetTrack(TraceTrack::Host);
+        const bool nodeChanged =
+            faults.RunDue(time, session.Counts(),
+                          [this](const SettingList& records) { session.ApplySettings(records); });
+        session.nodes.CountWrites();
+        if (nodeChanged && !paused) readTarget(time);
     }
 
     struct Readings {
@@ -365,8 +409,8 @@ class ClosedLoop {
         if (!paused) {
             row.ofps = static_cast<int>(
                 std::llround(static_cast<double>(secondFrames_ms.size()) / scenario.tick_s));
-            if (session.manager) {
-                row.efps = session.Tick(readings.info, row.ofps, scenario.refreshRate_Hz, true);
+            if (session.manager && !faults.HostStalled()) {
+                row.efps = hostTick(time, readings.info, row.ofps, true);
                 countExploring();
             }
             row.frames = ComputeFrameStats(secondFrames_ms);
@@ -398,8 +442,11 @@ class ClosedLoop {
         }
         const int ofps = static_cast<int>(recentFrameEnds_ns.size());
         const bool rowDue = !pendingRows.empty();
-        const std::optional<int> efps =
-            session.Tick(readings.info, ofps, scenario.refreshRate_Hz, rowDue);
+        if (faults.HostStalled()) {
+            flushPendingRows(readings);
+            return;
+        }
+        const std::optional<int> efps = hostTick(end, readings.info, ofps, rowDue);
         session.nodes.CountWrites();
         // This tick already belongs to the second after the pending rows.
         countExploring();
@@ -419,6 +466,14 @@ class ClosedLoop {
             addRow(pending.time_ns, readings, std::move(row));
         }
         pendingRows.clear();
+    }
+
+    // The manager's tick on the record as the faulty sensors deliver it.
+    std::optional<int> hostTick(std::int64_t time, SYS_INFO info, int ofps, bool readEfps) {
+        faults.AlterRecord(info);
+        const std::optional<int> efps = session.Tick(info, ofps, scenario.refreshRate_Hz, readEfps);
+        faults.OnTick(time, session.manager->GetSFPS(), session.manager->GetGFPS());
+        return efps;
     }
 
     // Rows with no tick to wait for (the game stops, or the host is still measuring) get the
@@ -508,6 +563,7 @@ class ClosedLoop {
         }
         return capFps;
     }
+    FaultInjector faults;
 
     bool paused = false;
     Readings sensors;

@@ -42,7 +42,8 @@ struct RunResult {
     size_t libraryWarnings = 0;
     // Settings events the library refused during the run, with where each was written.
     std::vector<std::string> refusedEvents;
-    std::vector<FaultOutcome> faults;  // one per fault event, in the scenario's order
+    std::vector<FaultOutcome> faults;     // one per fault event, in the scenario's order
+    std::uint64_t escapedExceptions = 0;  // out of a library call, over the whole run
 };
 
 // A game session in one closed loop on virtual time: the game and device models produce frames

@@ -32,12 +32,6 @@ std::string typeName(const Json::Value& value) {
     return "an unknown value";
 }
 
-std::string formatNumber(double value) {
-    std::ostringstream text;
-    text << value;
-    return text.str();
-}
-
 // jsoncpp reports "* Line 3, Column 14\n  Syntax error: ...\n"; keep the place and the first
 // message in our own "file:line:column: message" form.
 std::string describeSyntaxError(const std::string& errors, const std::string& sourceName) {
@@ -60,6 +54,12 @@ std::string describeSyntaxError(const std::string& errors, const std::string& so
 }
 
 }  // namespace
+
+std::string FormatNumber(double value) {
+    std::ostringstream text;
+    text << value;
+    return text.str();
+}
 
 JsonDocument::JsonDocument(std::string text_, std::string sourceName_)
     : text(std::move(text_)), sourceName(std::move(sourceName_)) {
@@ -105,8 +105,8 @@ double ExpectNumber(const JsonDocument& document, const Json::Value& value, cons
     const double number = value.asDouble();
     if (!std::isfinite(number) || number < min || number > max) {
         document.Fail(value, path,
-                      formatNumber(number) + " is out of range [" + formatNumber(min) + ", " +
-                          formatNumber(max) + "]");
+                      FormatNumber(number) + " is out of range [" + FormatNumber(min) + ", " +
+                          FormatNumber(max) + "]");
     }
     return number;
 }
@@ -119,7 +119,7 @@ int ExpectInteger(const JsonDocument& document, const Json::Value& value, const 
     const double number = value.asDouble();
     if (number < min || number > max) {
         document.Fail(value, path,
-                      formatNumber(number) + " is out of range [" + std::to_string(min) + ", " +
+                      FormatNumber(number) + " is out of range [" + std::to_string(min) + ", " +
                           std::to_string(max) + "]");
     }
     return static_cast<int>(number);

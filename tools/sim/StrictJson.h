@@ -61,6 +61,9 @@ class ObjectReader {
     std::string path;
 };
 
+// A number as messages show it: shortest form, no trailing zeros ("0.5", "1800").
+std::string FormatNumber(double value);
+
 // Type checks shared by the readers of objects and arrays.
 double ExpectNumber(const JsonDocument& document, const Json::Value& value, const std::string& path,
                     double min, double max);
