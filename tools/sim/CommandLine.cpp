@@ -232,6 +232,7 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
                                                  outputDirectory, secondsSince(wallStart));
         std::fputs(FormatSummary(record.summary, context).c_str(), out);
         std::fputs(ReportSummaryLines(record.report).c_str(), out);
+        std::fputs(SessionSummaryLines(record).c_str(), out);
         return 0;
     }
 

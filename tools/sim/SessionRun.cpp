@@ -1,5 +1,6 @@
 #include "tools/sim/SessionRun.h"
 
+#include <algorithm>
 #include <cmath>
 #include <sstream>
 
@@ -9,8 +10,11 @@
 namespace TalvexSim {
 namespace {
 
-// About one row per horizontal pixel of a chart, with room to spare.
-constexpr double kChartRowsWanted = 3600.0;
+// Up to an hour of rows a chart takes whole; a longer run is thinned to about one row per
+// horizontal pixel, so that its memory does not grow with its length.
+constexpr double kChartRowsWhole = 3600.0;
+constexpr double kChartRowsThinned = 1000.0;
+constexpr double kFirstHour_s = 3600.0;
 
 // The decider bounds the chart draws: the library's defaults, then the scenario's settings in
 // the order they are applied.
@@ -38,13 +42,14 @@ std::string chartSubtitle(const Scenario& scenario, const SessionRequest& reques
 
 }  // namespace
 
-ChartRows::ChartRows(double duration_s, double row_s)
-    : every(static_cast<size_t>(
-          std::max(1.0, std::ceil(duration_s / std::max(row_s, 1e-3) / kChartRowsWanted)))) {}
+ChartRows::ChartRows(double duration_s, double row_s) : every(1) {
+    const double rows = duration_s / std::max(row_s, 1e-3);
+    if (rows > kChartRowsWhole) every = static_cast<size_t>(std::ceil(rows / kChartRowsThinned));
+}
 
 void ChartRows::Add(const TimelineRow& row) {
-    const bool turn = previous && (row.paused != previous->paused || row.sfps != previous->sfps ||
-                                   row.gfps != previous->gfps);
+    // A dithering SFPS changes every few rows, so only pauses and resumes are always kept.
+    const bool turn = previous && row.paused != previous->paused;
     if (seen++ % every == 0 || turn) rows.push_back(row);
     previous = row;
 }
@@ -70,7 +75,12 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
     options.policy = request.policy;
     options.frameDetail = request.frameDetail;
     options.nodeDirectory = request.nodeDirectory;
-    options.progress = request.progress;
+    options.progress = [&](double done_s) {
+        if (!record.memoryAtFirstHour && done_s >= kFirstHour_s) {
+            record.memoryAtFirstHour = ReadResidentMemory();
+        }
+        if (request.progress) request.progress(done_s);
+    };
     options.rowSink = [&](const TimelineRow& row) {
         WriteTimelineRow(timeline, row, closedLoop);
         summary.Add(row);
@@ -80,6 +90,7 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
     options.logSink = [&log](const std::string& line) { log << line; };
     record.result = closedLoop ? RunClosedLoop(scenario, options)
                                : RunReplay(scenario, *request.replay, options);
+    if (record.memoryAtFirstHour) record.memoryAtEnd = ReadResidentMemory();
     record.chartRows = chartRows.Take();
     record.summary = summary.Finish(record.result.frames, record.result.running_s,
                                     record.result.hostTicks, record.result.exploringTicks);
@@ -121,6 +132,39 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
     record.files = {"timeline.csv", "trace.json",  "chart.svg",
                     "library.log",  "report.json", "report.md"};
     return record;
+}
+
+std::string SessionSummaryLines(const SessionRecord& record) {
+    std::string text;
+    const std::vector<FaultOutcome>& faults = record.result.faults;
+    if (!faults.empty()) {
+        std::uint64_t escaped = 0;
+        size_t restored = 0;
+        double slowest_s = 0.0;
+        for (const FaultOutcome& fault : faults) {
+            escaped += fault.escapedExceptions;
+            if (!fault.nodeRestored_s) continue;
+            ++restored;
+            slowest_s = std::max(slowest_s, *fault.nodeRestored_s - fault.at_s - fault.duration_s);
+        }
+        text += SummaryLine("fault events",
+                            std::to_string(faults.size()) + ", " + std::to_string(escaped) +
+                                " exception(s) escaped; efps_max back after " +
+                                std::to_string(restored) + " of them, at most " +
+                                FormatNumber("%.1f", slowest_s) + " s after the end");
+    }
+    if (record.memoryAtFirstHour && record.memoryAtEnd) {
+        const double mib = 1024.0 * 1024.0;
+        const double growth = (static_cast<double>(record.memoryAtEnd->current_bytes) -
+                               static_cast<double>(record.memoryAtFirstHour->current_bytes)) /
+                              mib;
+        text += SummaryLine(
+            "memory",
+            "peak RSS " +
+                FormatNumber("%.1f", static_cast<double>(record.memoryAtEnd->peak_bytes) / mib) +
+                " MiB; RSS growth after the first hour " + FormatNumber("%+.2f", growth) + " MiB");
+    }
+    return text;
 }
 
 }  // namespace TalvexSim

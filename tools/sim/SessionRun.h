@@ -9,6 +9,7 @@
 #include "tools/sim/Policy.h"
 #include "tools/sim/ReplayLog.h"
 #include "tools/sim/Report.h"
+#include "tools/sim/ResourceUsage.h"
 #include "tools/sim/Scenario.h"
 #include "tools/sim/Simulation.h"
 #include "tools/sim/Summary.h"
@@ -35,7 +36,14 @@ struct SessionRecord {
     RunResult result;                    // without rows, log or trace: those went to the files
     std::vector<TimelineRow> chartRows;  // every row of a short run, fewer of a long one
     std::vector<std::string> files;      // as named in the output set
+    // Resident memory after the first simulated hour and when the loop ended, for long runs:
+    // what the loop keeps grows no further once the first hour is traced.
+    std::optional<ResidentMemory> memoryAtFirstHour;
+    std::optional<ResidentMemory> memoryAtEnd;
 };
+
+// The summary's lines on fault events and on memory, where the run had them.
+std::string SessionSummaryLines(const SessionRecord& record);
 
 // Streams the timeline and the library's log into the set as the run goes, then adds the
 // chart and the trace. Throws what the run throws (InputError for a refused setting); the set
@@ -43,7 +51,7 @@ struct SessionRecord {
 SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request);
 
 // The rows a chart draws for a run this long: all of them up to an hour, then one in every few,
-// always keeping those where the game pauses or resumes or the rates change.
+// always keeping those where the game pauses or resumes.
 class ChartRows {
   public:
     explicit ChartRows(double duration_s, double row_s);
