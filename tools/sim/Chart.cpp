@@ -429,7 +429,8 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
 
     std::vector<Point> front;
     for (const ParetoChartPoint& point : input.points) {
-        if (point.onFront) front.push_back({x(point.peakTemperature_C), Svg::Y(fps, point.meanFps)});
+        if (point.onFront)
+            front.push_back({x(point.peakTemperature_C), Svg::Y(fps, point.meanFps)});
     }
     std::sort(front.begin(), front.end(), [](const Point& a, const Point& b) { return a.x < b.x; });
     svg.Polyline(front, "stroke=\"#d62728\" stroke-width=\"1.5\" stroke-dasharray=\"4,3\"");
@@ -444,21 +445,24 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
                     "\" r=\"10\" fill=\"none\" stroke=\"#2ca02c\" stroke-width=\"2.5\"/>\n");
         }
         if (point.onFront || point.best) {
-            svg.Text(px + 12, py - 6, point.label + (point.best ? ", best" : ""), "start", 11,
+            // A label that would leave the plot on the right goes to the left of its point.
+            const bool left =
+                px + 12.0 + 6.2 * static_cast<double>(point.label.size()) > kLeft + kPlotWidth;
+            svg.Text(left ? px - 12 : px + 12, py - 6, point.label, left ? "end" : "start", 11,
                      " stroke=\"white\" stroke-width=\"3\" paint-order=\"stroke\"");
         }
     }
-    svg.Text(kLeft + kPlotWidth - 6, fps.top + 16,
+    svg.Text(kLeft, bottom + 56,
              "grey: a run; red: the Pareto front (no run cooler and faster); green ring: the best "
              "under the objective",
-             "end", 11, " fill=\"#555\"");
+             "start", 11, " fill=\"#555\"");
 
     // Runs without a point, in lines under the axis.
-    double height = bottom + 60.0;
+    double height = bottom + 70.0;
     if (!input.apart.empty()) {
-        svg.Text(kLeft, bottom + 64, "Without a point:", "start", 12, " font-weight=\"bold\"");
+        svg.Text(kLeft, bottom + 80, "Without a point:", "start", 12, " font-weight=\"bold\"");
         double at = kLeft + 110.0;
-        height = bottom + 64.0;
+        height = bottom + 80.0;
         for (const std::string& entry : input.apart) {
             const double width = 24.0 + 6.6 * static_cast<double>(entry.size());
             if (at + width > kLeft + kPlotWidth) {

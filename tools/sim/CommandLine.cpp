@@ -255,8 +255,8 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
         if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(scenario));
         outputs.Commit();
         warnOfRefusals(record, err);
-        SummaryContext context = contextOf(record, scenario, arguments.replayPath,
-                                           outputDirectory, secondsSince(wallStart));
+        SummaryContext context = contextOf(record, scenario, arguments.replayPath, outputDirectory,
+                                           secondsSince(wallStart));
         if (!arguments.settings.empty()) context.outputFiles.push_back("config.json");
         std::fputs(FormatSummary(record.summary, context).c_str(), out);
         std::fputs(ReportSummaryLines(record.report).c_str(), out);
@@ -295,10 +295,11 @@ int RunCommandLine(const std::vector<std::string>& arguments, std::FILE* out, st
     // The library logs while the scenario is loaded too; keep that off the terminal.
     LibraryLog quiet;
     try {
-        if (!arguments.empty() && (arguments[0] == "sweep" || arguments[0] == "merge" ||
-                                   arguments[0] == "sweep-run")) {
+        if (!arguments.empty() &&
+            (arguments[0] == "sweep" || arguments[0] == "merge" || arguments[0] == "sweep-run")) {
             const std::vector<std::string> rest(arguments.begin() + 1, arguments.end());
-            if (arguments[0] == "sweep") return RunSweepCommand(rest, out, err, CurrentExecutable());
+            if (arguments[0] == "sweep")
+                return RunSweepCommand(rest, out, err, CurrentExecutable());
             if (arguments[0] == "merge") return RunMergeCommand(rest, out);
             return RunSweepWorker(rest, err);
         }

@@ -31,9 +31,8 @@ std::vector<std::string> tokens(const std::string& text) {
         }
         size_t end = i + 1;
         if (std::isalnum(c) || c == '_' || c == '.' || c == '-' || c == '+') {
-            while (end < text.size() &&
-                   (std::isalnum(static_cast<unsigned char>(text[end])) || text[end] == '_' ||
-                    text[end] == '.')) {
+            while (end < text.size() && (std::isalnum(static_cast<unsigned char>(text[end])) ||
+                                         text[end] == '_' || text[end] == '.')) {
                 ++end;
             }
         } else if ((c == '<' || c == '>' || c == '=' || c == '!') && end < text.size() &&
@@ -181,8 +180,8 @@ double Objective::Shortfall(const MetricValues& values) const {
     for (const Constraint& c : constraints) {
         const double missed = miss(c, values);
         if (missed == 0.0) continue;
-        const double scale = std::max({std::abs(*valueOf(c.left, values)),
-                                       std::abs(*valueOf(c.right, values)), 1e-9});
+        const double scale = std::max(
+            {std::abs(*valueOf(c.left, values)), std::abs(*valueOf(c.right, values)), 1e-9});
         sum += std::isinf(missed) ? missed : missed / scale;
     }
     return sum;

@@ -510,8 +510,8 @@ std::string OnlineConfigJson(const Scenario& scenario) {
                        ",\n  \"package\": " + Json::valueToQuotedString(scenario.package.c_str()) +
                        ",\n  \"param\": [";
     for (size_t i = 0; i < commands.size(); ++i) {
-        text += std::string(i == 0 ? "\n" : ",\n") + "    {\"param1\": " +
-                Json::valueToQuotedString(commands[i].c_str()) + "}";
+        text += std::string(i == 0 ? "\n" : ",\n") +
+                "    {\"param1\": " + Json::valueToQuotedString(commands[i].c_str()) + "}";
     }
     return text + (commands.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }

@@ -63,7 +63,8 @@ bool readUntil(int fd, std::chrono::steady_clock::time_point deadline, std::stri
             deadline - std::chrono::steady_clock::now());
         if (left.count() <= 0) return false;
         pollfd entry{fd, POLLIN, 0};
-        const int ready = poll(&entry, 1, static_cast<int>(std::min<long long>(left.count(), 1000)));
+        const int ready =
+            poll(&entry, 1, static_cast<int>(std::min<long long>(left.count(), 1000)));
         if (ready < 0 && errno != EINTR) return true;
         if (ready <= 0) continue;
         char buffer[4096];
@@ -88,7 +89,8 @@ WorkerArguments parseWorker(const std::vector<std::string>& arguments) {
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         auto value = [&]() -> const std::string& {
-            if (i + 1 >= arguments.size()) throw InputError("sweep-run: " + argument + " needs a value");
+            if (i + 1 >= arguments.size())
+                throw InputError("sweep-run: " + argument + " needs a value");
             return arguments[++i];
         };
         auto number = [&](double min) {
@@ -132,12 +134,14 @@ Outcome runChild(const WorkerArguments& worker) {
     std::vector<std::string> arguments;
     if (!worker.scenarioPath.empty()) arguments.push_back(worker.scenarioPath);
     arguments.insert(arguments.end(), {"--policy", worker.policy});
-    for (const std::string& setting : worker.settings) arguments.insert(arguments.end(), {"--set", setting});
+    for (const std::string& setting : worker.settings)
+        arguments.insert(arguments.end(), {"--set", setting});
     arguments.insert(arguments.end(),
                      {"--out", worker.out, "--no-progress", "--trace-frames", "none"});
 
     int channel[2];
-    if (pipe2(channel, O_CLOEXEC) != 0) return {"failed", std::string("pipe: ") + std::strerror(errno)};
+    if (pipe2(channel, O_CLOEXEC) != 0)
+        return {"failed", std::string("pipe: ") + std::strerror(errno)};
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child < 0) {
@@ -154,10 +158,9 @@ Outcome runChild(const WorkerArguments& worker) {
         _exit(status);
     }
     close(channel[1]);
-    const auto deadline =
-        std::chrono::steady_clock::now() +
-        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
-            std::chrono::duration<double>(worker.timeout_s));
+    const auto deadline = std::chrono::steady_clock::now() +
+                          std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+                              std::chrono::duration<double>(worker.timeout_s));
     std::string err;
     const bool ended = readUntil(channel[0], deadline, err);
     close(channel[0]);
@@ -193,8 +196,7 @@ std::string SweepAxis::Text() const {
 SweepAxis ParseAxis(const std::string& text) {
     const size_t equals = text.find('=');
     const std::vector<std::string> names = split(text.substr(0, equals), ',');
-    if (equals == std::string::npos || names.size() != 2 || names[0].empty() ||
-        names[1].empty()) {
+    if (equals == std::string::npos || names.size() != 2 || names[0].empty() || names[1].empty()) {
         throw std::invalid_argument("'" + text + "' is not CATEGORY,KEY=VALUE|VALUE|...");
     }
     SweepAxis axis{names[0], names[1], {}};
@@ -286,7 +288,8 @@ std::vector<std::vector<std::string>> PlanCommands(const SweepPlan& plan) {
                                          std::to_string(i + 1)};
         if (!plan.scenarioPath.empty()) command.push_back(plan.scenarioPath);
         command.insert(command.end(), {"--policy", plan.definition.policy});
-        for (const std::string& setting : grid[i]) command.insert(command.end(), {"--set", setting});
+        for (const std::string& setting : grid[i])
+            command.insert(command.end(), {"--set", setting});
         command.insert(command.end(), {"--timeout", FormatNumber(plan.timeout_s), "--out",
                                        RunFolder(plan.directory, i + 1, grid.size())});
         commands.push_back(std::move(command));
@@ -326,7 +329,8 @@ void RunCommands(const std::vector<std::vector<std::string>>& commands, unsigned
     while (finished < commands.size()) {
         while (next < commands.size() && running.size() < std::max(1u, jobs)) {
             std::vector<char*> argv;
-            for (const std::string& word : commands[next]) argv.push_back(const_cast<char*>(word.c_str()));
+            for (const std::string& word : commands[next])
+                argv.push_back(const_cast<char*>(word.c_str()));
             argv.push_back(nullptr);
             pid_t pid = 0;
             const int error = posix_spawn(&pid, argv[0], nullptr, nullptr, argv.data(), environ);

@@ -51,7 +51,8 @@ SweepArguments parseSweep(const std::vector<std::string>& arguments) {
     for (size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         auto value = [&]() -> const std::string& {
-            if (i + 1 >= arguments.size()) throw InputError("sweep: " + argument + " needs a value");
+            if (i + 1 >= arguments.size())
+                throw InputError("sweep: " + argument + " needs a value");
             return arguments[++i];
         };
         if (argument == "--vary") {
@@ -105,7 +106,8 @@ SweepDefinition defineSweep(const SweepArguments& arguments, const Scenario& sce
     }
     definition.axes = arguments.axes;
     if (definition.Runs() == 0) {
-        throw InputError("sweep: the grid is empty; give at least one --vary CATEGORY,KEY=V1|V2|...");
+        throw InputError(
+            "sweep: the grid is empty; give at least one --vary CATEGORY,KEY=V1|V2|...");
     }
     if (definition.Runs() > kMostRuns) {
         throw InputError("sweep: the grid has " + std::to_string(definition.Runs()) +
@@ -142,8 +144,8 @@ int RunSweepCommand(const std::vector<std::string>& arguments, std::FILE* out, s
                     const std::string& executable) {
     const auto start = std::chrono::steady_clock::now();
     const SweepArguments parsed = parseSweep(arguments);
-    const Scenario scenario = parsed.scenarioPath.empty() ? LoadDefaultScenario()
-                                                          : LoadScenarioFile(parsed.scenarioPath);
+    const Scenario scenario =
+        parsed.scenarioPath.empty() ? LoadDefaultScenario() : LoadScenarioFile(parsed.scenarioPath);
     SweepPlan plan;
     plan.definition = defineSweep(parsed, scenario);
     plan.executable = executable;
@@ -173,8 +175,9 @@ int RunSweepCommand(const std::vector<std::string>& arguments, std::FILE* out, s
         return 0;
     }
 
-    const unsigned jobs =
-        parsed.jobs > 0 ? parsed.jobs : static_cast<unsigned>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
+    const unsigned jobs = parsed.jobs > 0
+                              ? parsed.jobs
+                              : static_cast<unsigned>(std::max(1L, sysconf(_SC_NPROCESSORS_ONLN)));
     ProgressBar progress(err, parsed.progress && isatty(fileno(err)) == 1,
                          scenario.duration_s * static_cast<double>(commands.size()));
     RunCommands(commands, jobs, [&](size_t finished) {

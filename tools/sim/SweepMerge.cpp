@@ -35,7 +35,8 @@ void readRun(const std::string& folder, const SweepDefinition& definition,
     ObjectReader fields(run, run.Root(), "", {"run", "policy", "settings", "status", "message"});
     std::vector<std::string> settings;
     const Json::Value& list = ExpectArray(run, fields.Member("settings"), "settings");
-    for (const Json::Value& setting : list) settings.push_back(ExpectString(run, setting, "settings"));
+    for (const Json::Value& setting : list)
+        settings.push_back(ExpectString(run, setting, "settings"));
     if (fields.Unsigned64("run", 0) != row.run || settings != expected ||
         fields.String("policy") != definition.policy) {
         throw InputError(runPath + ": not run " + std::to_string(row.run) +
@@ -57,8 +58,8 @@ void readRun(const std::string& folder, const SweepDefinition& definition,
     }
     for (const std::string& name : ReportMetricNames()) {
         const Json::Value& value = report.Root()[name];
-        row.metrics[name] = value.isNumeric() ? std::optional<double>(value.asDouble())
-                                              : std::nullopt;
+        row.metrics[name] =
+            value.isNumeric() ? std::optional<double>(value.asDouble()) : std::nullopt;
     }
     row.config = ReadTextFile(folder + "/config.json");
 }
@@ -225,8 +226,10 @@ std::string sweepMarkdown(const SweepResult& result) {
                  " | " + row.status + " | " + markdownCell(row.message) + " |\n";
     }
     if (!apart.empty()) {
-        md += "\n## Runs without results\n\n| run | settings | status | message |\n|---:|---|---|---|\n" +
-              apart;
+        md +=
+            "\n## Runs without results\n\n| run | settings | status | message "
+            "|\n|---:|---|---|---|\n" +
+            apart;
     }
     return md;
 }
@@ -250,18 +253,34 @@ std::string paretoChart(const SweepResult& result) {
     chart.temperatureLimit_C = boundOn(result.objective, kTemperature, "<");
     chart.fpsFloor = boundOn(result.objective, kFps, ">");
     const std::set<size_t> front(result.front.begin(), result.front.end());
+    const std::optional<size_t> best =
+        result.ranked.empty() ? std::nullopt : std::optional<size_t>(result.ranked.front());
+    // Runs with the same figures share one point and one label.
+    std::map<std::pair<double, double>, std::vector<size_t>> points;
     for (size_t i = 0; i < result.rows.size(); ++i) {
         const SweepRow& row = result.rows[i];
-        const std::string label = "run " + std::to_string(row.run);
         const std::optional<double> peak = metricOf(row.metrics, kTemperature);
         const std::optional<double> fps = metricOf(row.metrics, kFps);
         if (row.status != "ok" || !peak || !fps) {
-            chart.apart.push_back(label + ": " + (row.status == "ok" ? "no temperature" : row.status));
+            chart.apart.push_back("run " + std::to_string(row.run) + ": " +
+                                  (row.status == "ok" ? "no temperature" : row.status));
             continue;
         }
-        ParetoChartPoint point{label, *peak, *fps, front.count(i) > 0,
-                               !result.ranked.empty() && result.ranked.front() == i};
-        if (point.onFront) point.label += " (" + settingsText(result, row) + ")";
+        points[{*peak, *fps}].push_back(i);
+    }
+    for (const auto& [figures, rows] : points) {
+        ParetoChartPoint point;
+        point.peakTemperature_C = figures.first;
+        point.meanFps = figures.second;
+        point.onFront = front.count(rows.front()) > 0;
+        point.best = best && std::find(rows.begin(), rows.end(), *best) != rows.end();
+        point.label = rows.size() == 1 ? "run " : "runs ";
+        for (size_t k = 0; k < rows.size(); ++k) {
+            point.label += (k == 0 ? "" : ", ") + std::to_string(result.rows[rows[k]].run);
+        }
+        if (rows.size() == 1)
+            point.label += " (" + settingsText(result, result.rows[rows[0]]) + ")";
+        if (point.best) point.label += "; best: run " + std::to_string(result.rows[*best].run);
         chart.points.push_back(point);
     }
     return RenderParetoChart(chart);
@@ -276,9 +295,8 @@ std::vector<std::string> ReportMetricNames() {
 }
 
 size_t SweepResult::Count(const std::string& status) const {
-    return static_cast<size_t>(std::count_if(rows.begin(), rows.end(), [&](const SweepRow& row) {
-        return row.status == status;
-    }));
+    return static_cast<size_t>(std::count_if(
+        rows.begin(), rows.end(), [&](const SweepRow& row) { return row.status == status; }));
 }
 
 std::vector<size_t> ParetoFront(const std::vector<std::pair<double, double>>& points) {
@@ -301,7 +319,8 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
     SweepResult result;
     for (size_t i = 0; i < directories.size(); ++i) {
         const std::string path = directories[i] + "/sweep.json";
-        if (!exists(path)) throw InputError(directories[i] + ": no sweep.json (not a sweep folder)");
+        if (!exists(path))
+            throw InputError(directories[i] + ": no sweep.json (not a sweep folder)");
         const SweepDefinition definition = ReadSweepJson(path);
         if (i == 0) {
             result.definition = definition;
@@ -321,7 +340,8 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
         row.run = i + 1;
         row.status = "missing";
         row.message = "no run.json in any of the folders";
-        for (const std::string& setting : grid[i]) row.values.push_back(setting.substr(setting.rfind(',') + 1));
+        for (const std::string& setting : grid[i])
+            row.values.push_back(setting.substr(setting.rfind(',') + 1));
         for (const std::string& directory : directories) {
             const std::string folder = RunFolder(directory, row.run, grid.size());
             if (!exists(folder + "/run.json")) continue;
@@ -359,7 +379,8 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
     outputs.Put("sweep.csv", sweepCsv(result));
     outputs.Put("sweep.md", sweepMarkdown(result));
     outputs.Put("pareto.svg", paretoChart(result));
-    if (!result.ranked.empty()) outputs.Put("recommended.json", result.rows[result.ranked.front()].config);
+    if (!result.ranked.empty())
+        outputs.Put("recommended.json", result.rows[result.ranked.front()].config);
     outputs.Commit();
     if (result.ranked.empty()) {
         std::error_code ignored;
@@ -373,18 +394,19 @@ std::string FormatSweepResult(const SweepResult& result, const std::string& dire
     const auto line = [&text](const std::string& label, const std::string& value) {
         text += SummaryLine(label, value);
     };
-    line("runs", std::to_string(result.rows.size()) + ": " + std::to_string(result.Count("ok")) +
-                     " ok, " + std::to_string(result.Count("refused")) + " refused, " +
-                     std::to_string(result.Count("failed")) + " failed" +
-                     (result.Count("missing") ? ", " + std::to_string(result.Count("missing")) +
-                                                    " missing"
-                                              : ""));
+    line("runs",
+         std::to_string(result.rows.size()) + ": " + std::to_string(result.Count("ok")) + " ok, " +
+             std::to_string(result.Count("refused")) + " refused, " +
+             std::to_string(result.Count("failed")) + " failed" +
+             (result.Count("missing") ? ", " + std::to_string(result.Count("missing")) + " missing"
+                                      : ""));
     line("objective", result.objective.Text());
     if (!result.ranked.empty()) {
         const SweepRow& best = result.rows[result.ranked.front()];
-        line("best", "run " + std::to_string(best.run) + " (" + settingsText(result, best) + "); " +
-                         result.objective.metric + " " +
-                         shown(best.metrics, result.objective.metric, decimalsOf(result.objective.metric)));
+        line("best",
+             "run " + std::to_string(best.run) + " (" + settingsText(result, best) + "); " +
+                 result.objective.metric + " " +
+                 shown(best.metrics, result.objective.metric, decimalsOf(result.objective.metric)));
     } else if (result.closest) {
         const SweepRow& closest = result.rows[*result.closest];
         line("best", "no run meets the constraints; closest: run " + std::to_string(closest.run) +
@@ -394,7 +416,8 @@ std::string FormatSweepResult(const SweepResult& result, const std::string& dire
         line("best", "no run finished");
     }
     std::string front;
-    for (const size_t i : result.front) front += (front.empty() ? "" : ", ") + std::to_string(result.rows[i].run);
+    for (const size_t i : result.front)
+        front += (front.empty() ? "" : ", ") + std::to_string(result.rows[i].run);
     line("pareto front", front.empty() ? "none" : "runs " + front);
     for (const SweepRow& row : result.rows) {
         if (row.status == "ok") continue;

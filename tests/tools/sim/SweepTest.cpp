@@ -25,9 +25,8 @@ using TalvexSimTest::ScenarioText;
 using TalvexSimTest::ScratchDirectory;
 
 TEST(SweepTest, GridHasEveryCombinationWithTheLastAxisFastest) {
-    const auto grid =
-        ExpandGrid({ParseAxis("sfps_temperature,max_temperature=43|44"),
-                    ParseAxis("stabilizer,sfps=0-40|0-45|0-50")});
+    const auto grid = ExpandGrid({ParseAxis("sfps_temperature,max_temperature=43|44"),
+                                  ParseAxis("stabilizer,sfps=0-40|0-45|0-50")});
     ASSERT_EQ(grid.size(), 6u);
     EXPECT_EQ(grid[0], (std::vector<std::string>{"sfps_temperature,max_temperature,43",
                                                  "stabilizer,sfps,0-40"}));
@@ -38,9 +37,9 @@ TEST(SweepTest, GridHasEveryCombinationWithTheLastAxisFastest) {
 }
 
 TEST(SweepTest, AxesThatCannotBeRecordsAreRefused) {
-    for (const char* text : {"stabilizer=1|2", "stabilizer,sfps", "stabilizer,sfps=",
-                             "stabilizer,sfps=1||2", "stabilizer,sfps=1|1", "a,b,c=1",
-                             ",sfps=1", "stabilizer,sfps=1,2"}) {
+    for (const char* text :
+         {"stabilizer=1|2", "stabilizer,sfps", "stabilizer,sfps=", "stabilizer,sfps=1||2",
+          "stabilizer,sfps=1|1", "a,b,c=1", ",sfps=1", "stabilizer,sfps=1,2"}) {
         EXPECT_THROW(ParseAxis(text), std::invalid_argument) << text;
     }
     EXPECT_EQ(ParseAxis("stabilizer,sfps=0-45").Text(), "stabilizer,sfps=0-45");
@@ -80,8 +79,10 @@ TEST(ObjectiveTest, ParsesConstraintsWithAMetricOnEitherSide) {
 TEST(ObjectiveTest, RanksByItsMetricAndMeasuresMissesRelatively) {
     const Objective objective = ParseObjective(
         "min energy_j subject to peak_temperature_c <= 40 and fps_stability >= 0.5", metrics());
-    const MetricValues cheap{{"energy_j", 10.0}, {"peak_temperature_c", 44.0}, {"fps_stability", 1.0}};
-    const MetricValues dear{{"energy_j", 20.0}, {"peak_temperature_c", 41.0}, {"fps_stability", 0.45}};
+    const MetricValues cheap{
+        {"energy_j", 10.0}, {"peak_temperature_c", 44.0}, {"fps_stability", 1.0}};
+    const MetricValues dear{
+        {"energy_j", 20.0}, {"peak_temperature_c", 41.0}, {"fps_stability", 0.45}};
     const MetricValues unknown{{"energy_j", std::nullopt}};
     EXPECT_TRUE(objective.Better(cheap, dear));
     EXPECT_FALSE(objective.Better(dear, cheap));
@@ -262,9 +263,15 @@ int sweep(const std::vector<std::string>& arguments) {
 TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
     ScratchDirectory scratch;
     const std::string scenario = scratch.Write("short.json", ScenarioText("", 90.0));
-    const std::vector<std::string> grid = {
-        scenario, "--vary", "sfps_temperature,max_temperature=41|42", "--vary",
-        "stabilizer,sfps=0-50|0-abc", "--jobs", "2", "--objective", "max mean_fps"};
+    const std::vector<std::string> grid = {scenario,
+                                           "--vary",
+                                           "sfps_temperature,max_temperature=41|42",
+                                           "--vary",
+                                           "stabilizer,sfps=0-50|0-abc",
+                                           "--jobs",
+                                           "2",
+                                           "--objective",
+                                           "max mean_fps"};
     std::vector<std::string> direct = grid;
     direct.insert(direct.end(), {"--out", scratch.File("direct")});
     ASSERT_EQ(sweep(direct), 0);
