@@ -32,7 +32,7 @@ for set_name in "$@"; do
             packages+=(clang libclang-rt-14-dev)
             ;;
         tools)
-            packages+=(valgrind)
+            packages+=(valgrind parallel)
             ;;
         *)
             echo "install-deps: unknown set '$set_name' (known: arm, fuzz, tools)" >&2

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <limits>
 #include <optional>
 
 namespace TalvexSim {
@@ -385,6 +386,95 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     drawSeries(svg, temperature, temperatures);
     timeAxis(svg, temperature, duration_s, timeUnit_s, timeStep);
     return document(svg, temperature.top + temperature.height + 50.0, input.title, input.subtitle);
+}
+
+std::string RenderParetoChart(const ParetoChartInput& input) {
+    double lowT = input.temperatureLimit_C.value_or(std::numeric_limits<double>::max());
+    double highT = input.temperatureLimit_C.value_or(std::numeric_limits<double>::lowest());
+    double lowFps = input.fpsFloor.value_or(std::numeric_limits<double>::max());
+    double highFps = input.fpsFloor.value_or(std::numeric_limits<double>::lowest());
+    for (const ParetoChartPoint& point : input.points) {
+        lowT = std::min(lowT, point.peakTemperature_C);
+        highT = std::max(highT, point.peakTemperature_C);
+        lowFps = std::min(lowFps, point.meanFps);
+        highFps = std::max(highFps, point.meanFps);
+    }
+    if (lowT > highT) lowT = highT = 45.0;
+    if (lowFps > highFps) lowFps = highFps = 60.0;
+    const Range temperatures = niceRange(lowT - 0.5, highT + 0.5, 6);
+    const double temperatureStep = niceStep(highT - lowT + 1.0, 6);
+    const Panel fps{70.0, 420.0, niceRange(lowFps - 1.0, highFps + 1.0, 6),
+                    "Mean FPS against peak temperature, one point per run"};
+    Svg svg(temperatures.high - temperatures.low, 1.0);
+    const auto x = [&](double temperature_C) { return svg.X(temperature_C - temperatures.low); };
+    svg.Frame(fps, temperatureStep);
+    const double bottom = fps.top + fps.height;
+    for (double t = temperatures.low; t <= temperatures.high + temperatureStep / 1e6;
+         t += temperatureStep) {
+        svg.Text(x(t), bottom + 16, label(t), "middle", 11);
+    }
+    svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38, "peak temperature (\u00b0C)", "middle", 12);
+
+    if (input.fpsFloor) {
+        drawBound(svg, fps, *input.fpsFloor, "objective: at least " + label(*input.fpsFloor));
+    }
+    if (input.temperatureLimit_C) {
+        const double limit = x(*input.temperatureLimit_C);
+        svg.Line(limit, fps.top, limit, bottom,
+                 "stroke=\"#d62728\" stroke-width=\"1\" stroke-dasharray=\"6,4\"");
+        svg.Text(limit - 4, fps.top + 34,
+                 "objective: at most " + label(*input.temperatureLimit_C) + " \u00b0C", "end", 11,
+                 " fill=\"#d62728\"");
+    }
+
+    std::vector<Point> front;
+    for (const ParetoChartPoint& point : input.points) {
+        if (point.onFront)
+            front.push_back({x(point.peakTemperature_C), Svg::Y(fps, point.meanFps)});
+    }
+    std::sort(front.begin(), front.end(), [](const Point& a, const Point& b) { return a.x < b.x; });
+    svg.Polyline(front, "stroke=\"#d62728\" stroke-width=\"1.5\" stroke-dasharray=\"4,3\"");
+    for (const ParetoChartPoint& point : input.points) {
+        const double px = x(point.peakTemperature_C);
+        const double py = Svg::Y(fps, point.meanFps);
+        const char* fill = point.onFront ? "#d62728" : "#8c8c8c";
+        svg.Raw("<circle cx=\"" + number(px) + "\" cy=\"" + number(py) + "\" r=\"" +
+                (point.onFront ? "5" : "4") + "\" fill=\"" + fill + "\"/>\n");
+        if (point.best) {
+            svg.Raw("<circle cx=\"" + number(px) + "\" cy=\"" + number(py) +
+                    "\" r=\"10\" fill=\"none\" stroke=\"#2ca02c\" stroke-width=\"2.5\"/>\n");
+        }
+        if (point.onFront || point.best) {
+            // A label that would leave the plot on the right goes to the left of its point.
+            const bool left =
+                px + 12.0 + 6.2 * static_cast<double>(point.label.size()) > kLeft + kPlotWidth;
+            svg.Text(left ? px - 12 : px + 12, py - 6, point.label, left ? "end" : "start", 11,
+                     " stroke=\"white\" stroke-width=\"3\" paint-order=\"stroke\"");
+        }
+    }
+    svg.Text(kLeft, bottom + 56,
+             "grey: a run; red: the Pareto front (no run cooler and faster); green ring: the best "
+             "under the objective",
+             "start", 11, " fill=\"#555\"");
+
+    // Runs without a point, in lines under the axis.
+    double height = bottom + 70.0;
+    if (!input.apart.empty()) {
+        svg.Text(kLeft, bottom + 80, "Without a point:", "start", 12, " font-weight=\"bold\"");
+        double at = kLeft + 110.0;
+        height = bottom + 80.0;
+        for (const std::string& entry : input.apart) {
+            const double width = 24.0 + 6.6 * static_cast<double>(entry.size());
+            if (at + width > kLeft + kPlotWidth) {
+                at = kLeft + 110.0;
+                height += 18.0;
+            }
+            svg.Text(at, height, "\u00d7 " + entry, "start", 11, " fill=\"#7f7f7f\"");
+            at += width;
+        }
+        height += 20.0;
+    }
+    return document(svg, height, input.title, input.subtitle);
 }
 
 }  // namespace TalvexSim

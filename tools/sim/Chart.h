@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cmath>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -38,5 +39,25 @@ struct ComparisonChartInput {
     double temperatureUpperBound_C = 45.0;
 };
 std::string RenderComparisonChart(const ComparisonChartInput& input);
+
+// pareto.svg: one point per run of a sweep, its peak temperature against its mean FPS; the
+// Pareto front joined and labelled, the best run under the objective ringed, the objective's
+// bounds on either metric drawn, and the runs without a point listed under the plot.
+struct ParetoChartPoint {
+    std::string label;
+    double peakTemperature_C = 0.0;
+    double meanFps = 0.0;
+    bool onFront = false;
+    bool best = false;
+};
+struct ParetoChartInput {
+    std::string title;
+    std::string subtitle;
+    std::vector<ParetoChartPoint> points;
+    std::vector<std::string> apart;  // "run 3: refused"
+    std::optional<double> temperatureLimit_C;
+    std::optional<double> fpsFloor;
+};
+std::string RenderParetoChart(const ParetoChartInput& input);
 
 }  // namespace TalvexSim

@@ -21,12 +21,17 @@
 #include "tools/sim/SessionRun.h"
 #include "tools/sim/Simulation.h"
 #include "tools/sim/Summary.h"
+#include "tools/sim/Sweep.h"
 
 namespace TalvexSim {
 namespace {
 
 constexpr const char kUsage[] =
     "Usage: talvex-sim [OPTIONS] [SCENARIO.json]\n"
+    "       talvex-sim sweep [SCENARIO.json] --vary CATEGORY,KEY=V1|V2|... [--vary ...]\n"
+    "                  [--policy P] [--jobs N] [--objective EXPR] [--timeout S]\n"
+    "                  [--plan FILE] [--out DIR] [--no-progress]\n"
+    "       talvex-sim merge SWEEP_DIR... [--out DIR]\n"
     "\n"
     "Runs a game session through both halves of Talvex on virtual time and writes\n"
     "timeline.csv, trace.json, chart.svg, library.log, report.json and report.md to\n"
@@ -45,6 +50,9 @@ constexpr const char kUsage[] =
     "  --out DIR            output folder (default: out/<scenario name>, or\n"
     "                       out/<log name> for a replay)\n"
     "  --seed N             replace the scenario's seed\n"
+    "  --set C,K,V          one more setting record, applied after the scenario's\n"
+    "                       configuration (repeatable); the run then also writes\n"
+    "                       config.json, the online configuration it ran with\n"
     "  --trace-frames MODE  per-frame pacing events in trace.json: 'changes' (default;\n"
     "                       the frames around each change of the pacing target),\n"
     "                       'all' or 'none'\n"
@@ -54,13 +62,28 @@ constexpr const char kUsage[] =
     "  --print-default      print the embedded default scenario and exit\n"
     "  -h, --help           this text\n"
     "\n"
-    "Exit status: 0 done, 1 the outputs could not be written, 2 bad arguments or input.\n";
+    "\n"
+    "sweep runs the scenario once per combination of the --vary values, each with the\n"
+    "scenario's settings and then its own records, in --jobs worker processes (default:\n"
+    "one per core), each stopped after --timeout seconds. Into <out>/sweep/ (out/<scenario>\n"
+    "by default) it writes sweep.csv, sweep.md, pareto.svg, the runs' folders, and\n"
+    "recommended.json, the online configuration of the best run under the objective:\n"
+    "  max|min METRIC [subject to A OP B [and A OP B ...]]   OP: <= >= < >\n"
+    "with the report's metrics (report.json's keys) and numbers; default:\n"
+    "  'max mean_fps subject to time_above_upper_bound_s <= 0'.\n"
+    "--plan FILE writes one shell command per run instead of running them (for GNU\n"
+    "parallel or a batch scheduler); merge then reads their folders back into the same\n"
+    "outputs.\n"
+    "\n"
+    "Exit status: 0 done, 1 the outputs could not be written (or a sweep's run failed),\n"
+    "2 bad arguments or input.\n";
 
 struct Arguments {
     std::string scenarioPath;
     std::string replayPath;
     std::string outputDirectory;
     std::optional<std::uint64_t> seed;
+    std::vector<std::string> settings;  // --set
     FrameDetail frameDetail = FrameDetail::AroundChanges;
     std::string nodeDirectory;
     Policy policy = ParsePolicy("talvex");
@@ -114,6 +137,8 @@ Arguments parseArguments(const std::vector<std::string>& arguments) {
             parsed.outputDirectory = value();
         } else if (argument == "--seed") {
             parsed.seed = parseSeed(value());
+        } else if (argument == "--set") {
+            parsed.settings.push_back(value());
         } else if (argument == "--trace-frames") {
             const std::string& mode = value();
             if (mode == "changes") {
@@ -203,8 +228,9 @@ void warnOfRefusals(const SessionRecord& record, std::FILE* err) {
 
 int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     const auto wallStart = std::chrono::steady_clock::now();
-    Scenario scenario = arguments.scenarioPath.empty() ? LoadDefaultScenario()
-                                                       : LoadScenarioFile(arguments.scenarioPath);
+    Scenario scenario = arguments.scenarioPath.empty()
+                            ? LoadDefaultScenario(arguments.settings)
+                            : LoadScenarioFile(arguments.scenarioPath, arguments.settings);
     if (arguments.seed) scenario.seed = *arguments.seed;
     std::vector<ReplayTick> ticks;
     if (!arguments.replayPath.empty()) ticks = LoadReplayFile(arguments.replayPath);
@@ -226,10 +252,12 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
         OutputSet outputs(outputDirectory);
         const SessionRecord record = RunSession(outputs, request);
         progress.Finish();
+        if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(scenario));
         outputs.Commit();
         warnOfRefusals(record, err);
-        const SummaryContext context = contextOf(record, scenario, arguments.replayPath,
-                                                 outputDirectory, secondsSince(wallStart));
+        SummaryContext context = contextOf(record, scenario, arguments.replayPath, outputDirectory,
+                                           secondsSince(wallStart));
+        if (!arguments.settings.empty()) context.outputFiles.push_back("config.json");
         std::fputs(FormatSummary(record.summary, context).c_str(), out);
         std::fputs(ReportSummaryLines(record.report).c_str(), out);
         std::fputs(SessionSummaryLines(record).c_str(), out);
@@ -252,6 +280,7 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
     }
     progress.Finish();
     WriteComparison(outputs, scenario, records);
+    if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(scenario));
     outputs.Commit();
     for (const SessionRecord& record : records) warnOfRefusals(record, err);
     std::fputs(
@@ -266,6 +295,14 @@ int RunCommandLine(const std::vector<std::string>& arguments, std::FILE* out, st
     // The library logs while the scenario is loaded too; keep that off the terminal.
     LibraryLog quiet;
     try {
+        if (!arguments.empty() &&
+            (arguments[0] == "sweep" || arguments[0] == "merge" || arguments[0] == "sweep-run")) {
+            const std::vector<std::string> rest(arguments.begin() + 1, arguments.end());
+            if (arguments[0] == "sweep")
+                return RunSweepCommand(rest, out, err, CurrentExecutable());
+            if (arguments[0] == "merge") return RunMergeCommand(rest, out);
+            return RunSweepWorker(rest, err);
+        }
         const Arguments parsed = parseArguments(arguments);
         if (parsed.help) {
             std::fputs(kUsage, out);

@@ -371,6 +371,22 @@ void readConfig(const JsonDocument& document, const Json::Value& value, Scenario
     scenario.settingPlaces = std::move(places);
 }
 
+void addCommands(const std::vector<std::string>& commands, Scenario& scenario) {
+    for (const std::string& command : commands) {
+        if (std::count(command.begin(), command.end(), ',') != 2) {
+            throw InputError("--set '" + command + "': expected CATEGORY,KEY,VALUE");
+        }
+        android::talvex::OnlineConfigJsonParser parser;
+        std::string consumed = command;
+        parser.ParseCmd(consumed);
+        for (const auto& setting : *parser.GetSettings()) {
+            scenario.settings.push_back(setting);
+            scenario.settingPlaces.push_back("--set");
+        }
+        scenario.addedCommands.push_back(command);
+    }
+}
+
 }  // namespace
 
 std::string FaultEvent::Detail() const {
@@ -439,7 +455,7 @@ std::string ReadTextFile(const std::string& path) {
 }
 
 Scenario LoadScenarioText(const std::string& text, const std::string& sourceName,
-                          const std::string& fallbackName) {
+                          const std::string& fallbackName, const std::vector<std::string>& added) {
     const JsonDocument document(text, sourceName);
     const Json::Value& root = document.Root();
     ObjectReader top(document, root, "",
@@ -467,16 +483,37 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     if (top.Has("device")) scenario.device = readDevice(document, top.Member("device"));
     // The configuration first: a settings storm re-sends the settings in force.
     readConfig(document, top.Member("config"), scenario);
+    addCommands(added, scenario);
     if (top.Has("events")) readEvents(document, top.Member("events"), scenario);
     return scenario;
 }
 
-Scenario LoadScenarioFile(const std::string& path) {
-    return LoadScenarioText(ReadTextFile(path), path, std::filesystem::path(path).stem().string());
+Scenario LoadScenarioFile(const std::string& path, const std::vector<std::string>& added) {
+    return LoadScenarioText(ReadTextFile(path), path, std::filesystem::path(path).stem().string(),
+                            added);
 }
 
-Scenario LoadDefaultScenario() {
-    return LoadScenarioText(DefaultScenarioText(), "<default scenario>", "default");
+Scenario LoadDefaultScenario(const std::vector<std::string>& added) {
+    return LoadScenarioText(DefaultScenarioText(), "<default scenario>", "default", added);
+}
+
+std::string OnlineConfigJson(const Scenario& scenario) {
+    // The loader admits no other members, so the document is written out by hand in the layout
+    // people write it in, one record a line.
+    const JsonDocument config(scenario.configText, scenario.sourceName);
+    const Json::Value& root = config.Root();
+    std::vector<std::string> commands;
+    for (const Json::Value& entry : root["param"]) commands.push_back(entry["param1"].asString());
+    commands.insert(commands.end(), scenario.addedCommands.begin(), scenario.addedCommands.end());
+    std::string text = "{\n  \"pid\": " + std::to_string(root["pid"].asInt()) +
+                       ",\n  \"lifeCycle\": " + std::to_string(root["lifeCycle"].asInt()) +
+                       ",\n  \"package\": " + Json::valueToQuotedString(scenario.package.c_str()) +
+                       ",\n  \"param\": [";
+    for (size_t i = 0; i < commands.size(); ++i) {
+        text += std::string(i == 0 ? "\n" : ",\n") +
+                "    {\"param1\": " + Json::valueToQuotedString(commands[i].c_str()) + "}";
+    }
+    return text + (commands.empty() ? "]\n}\n" : "\n  ]\n}\n");
 }
 
 }  // namespace TalvexSim

@@ -119,6 +119,8 @@ struct Scenario {
     std::string configText;
     std::vector<UserSettings::UserSetting> settings;
     std::vector<std::string> settingPlaces;  // where each record of `settings` was written
+    // Records given beside the file ("category,key,value"), applied after the configuration's.
+    std::vector<std::string> addedCommands;
 };
 
 // The temperature and current decider bounds that a list of settings leaves in force, starting
@@ -130,11 +132,18 @@ struct DeciderBounds {
 };
 void ApplyToBounds(DeciderBounds& bounds, const std::vector<UserSettings::UserSetting>& settings);
 
-// Both throw InputError naming the file and the place of the first fault.
-Scenario LoadScenarioFile(const std::string& path);
+// All throw InputError naming the file and the place of the first fault. `added` are setting
+// records ("category,key,value") applied after the configuration's own, as if written at the end
+// of its "param" list; a storm re-sends them too.
+Scenario LoadScenarioFile(const std::string& path, const std::vector<std::string>& added = {});
 Scenario LoadScenarioText(const std::string& text, const std::string& sourceName,
-                          const std::string& fallbackName);
-Scenario LoadDefaultScenario();
+                          const std::string& fallbackName,
+                          const std::vector<std::string>& added = {});
+Scenario LoadDefaultScenario(const std::vector<std::string>& added = {});
+
+// The online configuration the scenario runs with, added records included, as a host would pass
+// it: loaded back as a scenario's "config" it gives the same records.
+std::string OnlineConfigJson(const Scenario& scenario);
 
 // Whole file, or InputError when it cannot be read.
 std::string ReadTextFile(const std::string& path);
