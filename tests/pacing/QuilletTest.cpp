@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <sstream>
@@ -18,13 +20,14 @@
 
 namespace {
 
+using android::Nimbrel::Quillet::PacingPolicy;
 using android::Nimbrel::Quillet::Quillet;
 using Texts = std::vector<std::string>;
 
 const Texts kCleared = {"AI_Egl QuotaCounts=0",  "AI + Quota (us)=0",
                         "AI - Quota (us)=0",     "AI SleepCalibration (us)=0",
                         "AI FrameLength (us)=0", "AI TimeDiff (us)=0"};
-enum Field { kFrameLength = 3, kWindow, kAveragedFPS = 6, kCalibration, kTimeDiff, kSleep };
+enum Field { kFrameLength = 3, kWindow, kQuota, kAveragedFPS, kCalibration, kTimeDiff, kSleep };
 
 class QuilletTest : public ::testing::Test {
   protected:
@@ -308,6 +311,112 @@ TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
         EXPECT_EQ(nodes.Exists(nodePresent ? "egl_buf" : "missing/egl_buf"), nodePresent);
     }
     Basics::Log::SetLogLevel(2);
+}
+
+// Deadline pacing against a caller whose sleeps end 50-80 us late. No log or trace capture, so
+// that allocations can be counted.
+class DeadlinePacingTest : public ::testing::Test {
+  protected:
+    static constexpr double kPeriod_ms = 1000.0 / 60;
+    static constexpr int kSettleFrames = 48;
+
+    // One frame of work_ms that sleeps what it is told; returns its interval in ms.
+    double Paced(int target, double work_ms) {
+        seed = seed * 1664525u + 1013904223u;
+        quillet->Update(target, 90, 120);
+        clock.AdvanceMs(work_ms);
+        const float sleep_ms = quillet->CalculateSleepDuration_ms();
+        if (sleep_ms > 0.0f) clock.AdvanceMs(sleep_ms + 0.050 + (seed >> 16) % 31 / 1000.0);
+        quillet->PostUpdate();
+        const double interval_ms = Since(lastEnd);
+        lastEnd = clock.Now();
+        return interval_ms;
+    }
+    double Since(Basics::TimePoint time) const {
+        return std::chrono::duration<double, std::milli>(clock.Now() - time).count();
+    }
+    float Field(int field) const {
+        return std::stof(Basics::SplitString(nodes.Read("egl_buf"), ';').at(field - 1));
+    }
+
+    TalvexTest::TempNodeDirectory nodes;
+    TalvexTest::ManualClock clock;
+    std::unique_ptr<Quillet> quillet = std::make_unique<Quillet>(PacingPolicy::Deadline);
+    uint32_t seed = 1;
+    Basics::TimePoint lastEnd;
+};
+
+// The first interval starts the schedule; frame ends settle on it as the oversleep is learned.
+TEST_F(DeadlinePacingTest, IntervalsHoldThePeriodAndEndsSettleOnTheSchedule) {
+    Paced(60, 5.0);
+    const Basics::TimePoint start = lastEnd;
+    double worstInterval_ms = 0.0, worstLate_ms = 0.0;
+    for (int frame = 1; frame <= 600; ++frame) {
+        const double interval_ms = Paced(60, 4.0 + frame % 9);
+        if (frame >= 2)
+            worstInterval_ms = std::max(worstInterval_ms, std::fabs(interval_ms - kPeriod_ms));
+        if (frame >= kSettleFrames) {
+            worstLate_ms = std::max(worstLate_ms, std::fabs(Since(start) - frame * kPeriod_ms));
+        }
+    }
+    EXPECT_LT(worstInterval_ms, 0.04);
+    EXPECT_LT(worstLate_ms, 0.02);
+    EXPECT_NEAR(Field(kCalibration), -0.065, 0.005);
+}
+
+TEST_F(DeadlinePacingTest, OnlyAFrameLateByMoreThanHalfAPeriodRestartsTheSchedule) {
+    for (int frame = 0; frame < 60; ++frame) Paced(60, 8.0);
+    // 0.3 periods late: the next frame alone catches up, and says so in the line.
+    Paced(60, 1.3 * kPeriod_ms);
+    EXPECT_NEAR(Paced(60, 5.0), 0.7 * kPeriod_ms, 0.04);
+    EXPECT_NEAR(Field(kQuota), -0.3 * kPeriod_ms, 0.04);
+    EXPECT_NEAR(Field(kSleep), Field(kQuota) + Field(kCalibration) + kPeriod_ms - 5.0, 2e-3);
+    // 0.8 periods late: the schedule starts again from that end, with no short frame.
+    Paced(60, 1.8 * kPeriod_ms);
+    for (int frame = 0; frame < 5; ++frame) EXPECT_NEAR(Paced(60, 8.0), kPeriod_ms, 0.04);
+}
+
+TEST_F(DeadlinePacingTest, ANewTargetStartsTheScheduleFromTheLastFrameEnd) {
+    for (int frame = 0; frame < 60; ++frame) Paced(60, 8.0);
+    for (int frame = 0; frame < 5; ++frame) EXPECT_NEAR(Paced(45, 8.0), 1000.0 / 45, 0.04);
+    EXPECT_NEAR(Paced(60, 8.0), kPeriod_ms, 0.04);
+}
+
+TEST_F(DeadlinePacingTest, OffAndExploringAreAsUnderQuota) {
+    const auto run = [this](PacingPolicy policy) {
+        quillet = std::make_unique<Quillet>(policy);
+        lastEnd = clock.Now();
+        std::vector<std::string> seen;
+        for (int frame = 0; frame < 40; ++frame) {
+            const int target = std::array<int, 4>{-60, 0, -45, 5}[frame / 10];
+            seen.push_back(std::to_string(Paced(target, 5.0 + frame % 3)) + "|" +
+                           nodes.Read("egl_buf"));
+        }
+        return seen;
+    };
+    EXPECT_EQ(run(PacingPolicy::Deadline), run(PacingPolicy::Quota));
+}
+
+TEST_F(DeadlinePacingTest, FramesReadTheClockAsOftenAsUnderQuotaAndDoNotAllocate) {
+    static TalvexTest::ManualClock* counted;
+    static int reads;
+    counted = &clock;
+    Basics::SetClockSource([] {
+        ++reads;
+        return counted->Now();
+    });
+    int readsOf[2] = {};
+    for (PacingPolicy policy : {PacingPolicy::Quota, PacingPolicy::Deadline}) {
+        quillet = std::make_unique<Quillet>(policy);
+        Paced(60, 8.0);
+        reads = 0;
+        TalvexTest::AllocationCounter allocations;
+        for (int frame = 0; frame < 100; ++frame)
+            Paced(frame % 50 < 45 ? 60 : 45, 8.0 + frame % 19);
+        EXPECT_EQ(allocations.Count(), 0u);
+        readsOf[static_cast<int>(policy)] = reads;
+    }
+    EXPECT_EQ(readsOf[1], readsOf[0]);
 }
 
 }  // namespace
