@@ -18,6 +18,7 @@
 
 namespace {
 
+using android::Nimbrel::Quillet::PacingPolicy;
 using android::Nimbrel::Quillet::Quillet;
 using TalvexBench::VirtualClock;
 
@@ -35,13 +36,13 @@ void runFrame(Quillet& quillet, std::size_t frame) {
 }
 
 // A node line as the pacing object writes it in the steady state of runFrame.
-std::string steadyStateLine() {
+std::string steadyStateLine(PacingPolicy policy) {
     VirtualClock clock;
     TalvexBench::TmpfsNodeDirectory nodes;
     TalvexBench::LogLevelScope log(2, false);
     std::string line;
     {
-        Quillet quillet;
+        Quillet quillet(policy);
         for (std::size_t frame = 0; frame < kWarmupFrames; ++frame) runFrame(quillet, frame);
         std::ifstream node(nodes.NodePath("egl_buf"), std::ios::binary);
         std::ostringstream content;
@@ -51,9 +52,10 @@ std::string steadyStateLine() {
     return line;
 }
 
-const std::string& floorLine() {
-    static const std::string line = steadyStateLine();
-    return line;
+const std::string& floorLine(PacingPolicy policy) {
+    static const std::string quota = steadyStateLine(PacingPolicy::Quota);
+    static const std::string deadline = steadyStateLine(PacingPolicy::Deadline);
+    return policy == PacingPolicy::Quota ? quota : deadline;
 }
 
 void writeNode(const std::string& path, const std::string& line) {
@@ -66,12 +68,12 @@ void writeNode(const std::string& path, const std::string& line) {
 // What the steady-state frame cannot avoid: three clock reads (one for the time spent, two for
 // the frame end before and after the queues) and one open-truncate-write-close of its line. With
 // the tag on, also the three sections and seven counters the frame must emit.
-void BM_FrameFloor(benchmark::State& state) {
+void measureFloor(benchmark::State& state, PacingPolicy policy) {
     const bool trace = state.range(0) != 0;
     VirtualClock clock;
     TalvexBench::TmpfsNodeDirectory nodes;
     TalvexBench::SetTraceEnabled(trace);
-    const std::string& line = floorLine();
+    const std::string& line = floorLine(policy);
     const std::string path = nodes.NodePath("egl_buf");
     std::size_t frame = 0;
     for (auto _ : state) {
@@ -101,7 +103,13 @@ void BM_FrameFloor(benchmark::State& state) {
     TalvexBench::SetTraceEnabled(false);
     state.counters["line_bytes"] = static_cast<double>(line.size());
 }
+
+void BM_FrameFloor(benchmark::State& state) { measureFloor(state, PacingPolicy::Quota); }
 BENCHMARK(BM_FrameFloor)->ArgName("trace")->Arg(0)->Arg(1);
+
+// The same floor with a line as long as the Deadline frame's own.
+void BM_DeadlineFloor(benchmark::State& state) { measureFloor(state, PacingPolicy::Deadline); }
+BENCHMARK(BM_DeadlineFloor)->ArgName("trace")->Arg(0)->Arg(1);
 
 // What the frame without telemetry still cannot avoid: the three clock reads and the open of the
 // missing node, which fails.
@@ -124,13 +132,13 @@ void BM_NoTelemetryFloor(benchmark::State& state) {
 BENCHMARK(BM_NoTelemetryFloor);
 
 // Update + CalculateSleepDuration_ms + PostUpdate, node in tmpfs.
-void BM_QuilletFrame(benchmark::State& state) {
+void measureFrame(benchmark::State& state, PacingPolicy policy) {
     const bool trace = state.range(0) != 0;
     VirtualClock clock;
     TalvexBench::TmpfsNodeDirectory nodes;
     TalvexBench::LogLevelScope log(2, false);
     TalvexBench::SetTraceEnabled(trace);
-    Quillet quillet;
+    Quillet quillet(policy);
     std::size_t frame = 0;
     for (; frame < kWarmupFrames; ++frame) runFrame(quillet, frame);
     const std::uint64_t allocationsBefore = TalvexBench::Allocations();
@@ -144,7 +152,14 @@ void BM_QuilletFrame(benchmark::State& state) {
     state.counters["line_bytes"] = static_cast<double>(nodes.NodeSize("egl_buf"));
     TalvexBench::SetTraceEnabled(false);
 }
+
+void BM_QuilletFrame(benchmark::State& state) { measureFrame(state, PacingPolicy::Quota); }
 BENCHMARK(BM_QuilletFrame)->ArgName("trace")->Arg(0)->Arg(1);
+
+// Frame ends scheduled one period apart; the virtual sleeps end on time, and the longer frames of
+// the work cycle overrun their deadline.
+void BM_DeadlineFrame(benchmark::State& state) { measureFrame(state, PacingPolicy::Deadline); }
+BENCHMARK(BM_DeadlineFrame)->ArgName("trace")->Arg(0)->Arg(1);
 
 // The same frame with only the computation left: the node is missing (its open fails at once)
 // and the log is silenced, so its warning is gated off.
@@ -193,7 +208,8 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::AddCustomContext("machine", TalvexBench::MachineDescription());
     benchmark::AddCustomContext("command", command);
-    benchmark::AddCustomContext("floor_line", floorLine());
+    benchmark::AddCustomContext("floor_line", floorLine(PacingPolicy::Quota));
+    benchmark::AddCustomContext("deadline_floor_line", floorLine(PacingPolicy::Deadline));
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
     return 0;

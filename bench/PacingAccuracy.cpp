@@ -1,7 +1,7 @@
 // Real-time pacing accuracy: a render loop with a jittery busy workload and real sleeps, paced by
-// the pacing object (the caller sleeps the returned milliseconds), by a naive pacer (sleep for
-// the period minus the work time) and by the floor (sleep to absolute deadlines). Each run's frame
-// intervals are compared with the target period.
+// the pacing object under each policy (the caller sleeps the returned milliseconds), by a naive
+// pacer (sleep for the period minus the work time) and by the floor (sleep to absolute deadlines).
+// Each run's frame intervals are compared with the target period.
 #include <sched.h>
 #include <time.h>
 
@@ -97,9 +97,10 @@ Nanoseconds periodOf(int rate) { return Nanoseconds(1000000000LL / rate); }
 // excluded.
 using FrameEnds = std::vector<Clock::time_point>;
 
-FrameEnds runQuillet(int rate, const Options& options) {
+FrameEnds runQuillet(int rate, const Options& options,
+                     android::Nimbrel::Quillet::PacingPolicy policy) {
     TalvexBench::TmpfsNodeDirectory nodes;
-    android::Nimbrel::Quillet::Quillet quillet;
+    android::Nimbrel::Quillet::Quillet quillet(policy);
     Workload workload(options.seed, periodOf(rate));
     FrameEnds ends;
     const Clock::time_point start = Clock::now();
@@ -293,11 +294,14 @@ int main(int argc, char** argv) {
     std::printf("%-6s %-8s %8s %10s %9s %11s %11s\n", "rate", "pacer", "frames", "mean rate",
                 "error %", "stddev ms", "p99 err ms");
     for (int rate : options.rates) {
-        for (const char* pacer : {"quillet", "naive", "floor"}) {
+        for (const char* pacer : {"quillet", "deadline", "naive", "floor"}) {
+            using android::Nimbrel::Quillet::PacingPolicy;
             const std::string name = pacer;
-            const FrameEnds ends = name == "quillet" ? runQuillet(rate, options)
-                                   : name == "naive" ? runNaive(rate, options)
-                                                     : runFloor(rate, options);
+            const FrameEnds ends =
+                name == "quillet"    ? runQuillet(rate, options, PacingPolicy::Quota)
+                : name == "deadline" ? runQuillet(rate, options, PacingPolicy::Deadline)
+                : name == "naive"    ? runNaive(rate, options)
+                                     : runFloor(rate, options);
             const Result r = summarise(rate, name, ends);
             if (!options.intervalsDirectory.empty()) writeIntervals(options, rate, name, ends);
             std::printf("%-6d %-8s %8zu %10.3f %9.3f %11.4f %11.4f\n", r.rate, r.pacer.c_str(),

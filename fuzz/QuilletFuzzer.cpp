@@ -1,7 +1,8 @@
 // Sequences of pacing targets and frame times on virtual time: each input byte picks the next
 // operation of a render thread (a target, a sleep calculation, a frame end, time passing, a new
-// pacing object). Nothing may leave the pacing object, the sleep it returns is never negative
-// nor NaN, and its node holds either the cleared line or nine fields, with NaN written as nan.
+// pacing object, of the other policy). Nothing may leave the pacing object, the sleep it returns is
+// never negative nor NaN, and its node holds either the cleared line or nine fields, with NaN
+// written as nan.
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -15,6 +16,7 @@
 
 namespace {
 
+using android::Nimbrel::Quillet::PacingPolicy;
 using android::Nimbrel::Quillet::Quillet;
 
 const int kTargets[] = {60, 45, 30, 90, 120, 11, 10, 0, -5, -10, -11, -30, -60, -120, 61, 59};
@@ -67,7 +69,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
     constexpr size_t kTargetCount = sizeof(kTargets) / sizeof(kTargets[0]);
     constexpr size_t kLimitCount = sizeof(kLimits) / sizeof(kLimits[0]);
-    auto quillet = std::make_unique<Quillet>();
+    PacingPolicy policy = PacingPolicy::Quota;
+    auto quillet = std::make_unique<Quillet>(policy);
     int target = 60;
     int refreshRate = 60;
     int maxFPS = 60;
@@ -91,7 +94,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 break;
             case 4:
                 quillet.reset();
-                quillet = std::make_unique<Quillet>();
+                policy =
+                    policy == PacingPolicy::Quota ? PacingPolicy::Deadline : PacingPolicy::Quota;
+                quillet = std::make_unique<Quillet>(policy);
                 break;
             default: {
                 // A whole frame that sleeps what it is told.

@@ -6,7 +6,9 @@ namespace android {
 namespace Nimbrel {
 namespace Quillet {
 
-Quillet::Quillet() : impl(std::make_unique<QuilletImpl>()) {}
+Quillet::Quillet() : Quillet(PacingPolicy::Quota) {}
+
+Quillet::Quillet(PacingPolicy policy) : impl(std::make_unique<QuilletImpl>(policy)) {}
 
 Quillet::~Quillet() = default;
 

@@ -6,13 +6,20 @@ namespace android {
 namespace Nimbrel {
 namespace Quillet {
 
+// How a held rate is paced. Quota: the sleep carries the time the recent frames have in hand and a
+// calibration that follows the measured rate; the mean rate holds, single frames vary by up to
+// about a millisecond. Deadline: frame ends are scheduled one period apart and each sleep is
+// shortened by the oversleep the caller's sleeps have shown, for even frame intervals.
+enum class PacingPolicy { Quota, Deadline };
+
 // Paces a game's frames to a stabilized frame rate. The graphics layer calls, on its render
 // thread and for every frame: Update before the frame's work, CalculateSleepDuration_ms after it
 // (and sleeps that long), PostUpdate after the sleep. One render thread per object; no locking.
 // Creating and destroying an object clears the pacing node and counters.
 class Quillet {
   public:
-    Quillet();
+    Quillet();  // PacingPolicy::Quota
+    explicit Quillet(PacingPolicy policy);
     ~Quillet();
     Quillet(const Quillet&) = delete;
     Quillet& operator=(const Quillet&) = delete;

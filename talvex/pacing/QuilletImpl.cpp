@@ -53,7 +53,8 @@ int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line) {
                          printable(line.timeDiff_ms), printable(line.sleepDuration_ms));
 }
 
-Quillet::QuilletImpl::QuilletImpl() : infoNodePath(Basics::NodeDirectory() + "/egl_buf") {
+Quillet::QuilletImpl::QuilletImpl(PacingPolicy policy)
+    : policy(policy), infoNodePath(Basics::NodeDirectory() + "/egl_buf") {
     TALVEX_LOGD("[Quillet] clearInfoNode while init");
     clearInfoNode();
     clearSysTraceInfo();
@@ -67,7 +68,10 @@ Quillet::QuilletImpl::~QuilletImpl() {
 
 void Quillet::QuilletImpl::Update(int targetSFPS, int refreshRate, int maxFPS) {
     TALVEX_TRACE_SCOPE("Quillet::Update()");
+    const float held = SFPS;
     updateStabilizedFPS(targetSFPS, std::min(refreshRate, maxFPS));
+    // A new rate, or frames running free meanwhile, start a new schedule.
+    if (isExploring || !(SFPS == held)) deadline = {};
 }
 
 void Quillet::QuilletImpl::updateStabilizedFPS(int targetSFPS, int fastest) {
@@ -117,7 +121,8 @@ float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
         return 0.0f;
     }
 
-    quota_ms = clearableQueue.GetQuota() * 1000.0f;
+    const bool toDeadline = pacesToDeadline();
+    quota_ms = toDeadline ? deadlineQuota_ms() : clearableQueue.GetQuota() * 1000.0f;
     TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] quota_ms = %f", quota_ms);
     traceScaled("AI + Quota (us)", quota_ms, 1000.0);
     traceScaled("AI - Quota (us)", quota_ms, -1000.0);
@@ -132,6 +137,7 @@ float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
         sleep_ms = (quota_ms + sleepCalibration_ms) + (1000.0f / SFPS - timeDiff_ms);
     }
     sleepDuration_ms = sleep_ms;
+    sleptToDeadline = toDeadline && sleep_ms > 0.0f;
     sendInfoToAI();
 
     if (!isExploring && sleep_ms > 0.0f) {
@@ -147,7 +153,10 @@ float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
 
 void Quillet::QuilletImpl::updateSleepCalibration() {
     averagedFPS = 1.0f / calibrationQueue.CalculateAveragedFrameLength_s();
-    if (static_cast<double>(SFPS) + 0.5 < averagedFPS) {
+    if (pacesToDeadline()) {
+        // What the sleep gives up to the oversleep; always within the bounds below.
+        sleepCalibration_ms = -oversleep_ms;
+    } else if (static_cast<double>(SFPS) + 0.5 < averagedFPS) {
         sleepCalibration_ms = static_cast<float>(sleepCalibration_ms + 0.1);
     } else if (averagedFPS < SFPS) {
         sleepCalibration_ms = static_cast<float>(sleepCalibration_ms - 0.1);
@@ -176,8 +185,41 @@ void Quillet::QuilletImpl::PostUpdate() {
     clearableQueue.Update(frameLength_ms / 1000.0f, SFPS);
     calibrationQueue.Update(frameLength_ms / 1000.0f, SFPS);
     traceMicroseconds("AI FrameLength (us)", frameLength_ms);
+    if (!Basics::IsDefaultTimestamp(deadline)) followSchedule(now);
     // Read again: the time spent on the queues belongs to the next frame.
     *lastPostUpdateTime = Basics::Now();
+}
+
+bool Quillet::QuilletImpl::pacesToDeadline() const {
+    return policy == PacingPolicy::Deadline && !isExploring && SFPS > 10.0f;
+}
+
+std::chrono::nanoseconds Quillet::QuilletImpl::period() const {
+    return std::chrono::nanoseconds(std::llround(1e9 / static_cast<double>(SFPS)));
+}
+
+// The time in hand against the schedule: how much later than one period after the last frame end
+// the deadline falls. With no schedule running, one starts there.
+float Quillet::QuilletImpl::deadlineQuota_ms() {
+    if (!lastPostUpdateTime) return 0.0f;
+    const Basics::TimePoint unhurried = *lastPostUpdateTime + period();
+    if (Basics::IsDefaultTimestamp(deadline)) deadline = unhurried;
+    return elapsed_ms(unhurried, deadline);
+}
+
+// A frame more than half a period off its deadline starts a new schedule from its end: catching
+// up would take a burst of short frames.
+void Quillet::QuilletImpl::followSchedule(Basics::TimePoint frameEnd) {
+    if (sleptToDeadline) {
+        // The frame's length less the one intended, since the sleep was shortened by the estimate.
+        const float shown_ms = elapsed_ms(deadline, frameEnd) + oversleep_ms;
+        oversleep_ms +=
+            (std::clamp(shown_ms, 0.0f, kMaxOversleep_ms) - oversleep_ms) * kOversleepWeight;
+        sleptToDeadline = false;
+    }
+    const std::chrono::nanoseconds late = frameEnd - deadline;
+    const std::chrono::nanoseconds step = period();
+    deadline = late > step / 2 || late < -step / 2 ? Basics::TimePoint{} : deadline + step;
 }
 
 void Quillet::QuilletImpl::reset() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -37,7 +38,7 @@ int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line);
 // the node's open, write and close once per calculated frame.
 class Quillet::QuilletImpl {
   public:
-    QuilletImpl();
+    explicit QuilletImpl(PacingPolicy policy);
     ~QuilletImpl();
     QuilletImpl(const QuilletImpl&) = delete;
     QuilletImpl& operator=(const QuilletImpl&) = delete;
@@ -52,6 +53,11 @@ class Quillet::QuilletImpl {
     void reset();
     void resetQueues();
 
+    bool pacesToDeadline() const;
+    std::chrono::nanoseconds period() const;
+    float deadlineQuota_ms();
+    void followSchedule(Basics::TimePoint frameEnd);
+
     void sendInfoToAI();
     void clearInfoNode();
     void clearSysTraceInfo();
@@ -63,6 +69,12 @@ class Quillet::QuilletImpl {
     void warnUnwritableNode(const char* attempt) const;
 
     static constexpr float kNaN = std::numeric_limits<float>::quiet_NaN();
+    // A sleep does not end early, and more than 2 ms late is the scheduler's doing, not the
+    // sleep's. Each frame weighs 1/16, so one preempted sleep moves the estimate little.
+    static constexpr float kMaxOversleep_ms = 2.0f;
+    static constexpr float kOversleepWeight = 1.0f / 16.0f;
+
+    const PacingPolicy policy;
 
     const std::string infoNodePath;
     float SFPS = kNaN;
@@ -77,6 +89,11 @@ class Quillet::QuilletImpl {
     float sleepDuration_ms = kNaN;
     float frameLength_ms = kNaN;
     bool isExploring = false;
+    // Deadline only: when the frame under way should end (default while no schedule runs),
+    // whether its sleep was computed against that, and the oversleep learned so far.
+    Basics::TimePoint deadline{};
+    bool sleptToDeadline = false;
+    float oversleep_ms = 0.0f;
 };
 
 }  // namespace Quillet

@@ -2,6 +2,8 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
+#include <chrono>
 #include <cmath>
 #include <memory>
 #include <sstream>
@@ -18,13 +20,14 @@
 
 namespace {
 
+using android::Nimbrel::Quillet::PacingPolicy;
 using android::Nimbrel::Quillet::Quillet;
 using Texts = std::vector<std::string>;
 
 const Texts kCleared = {"AI_Egl QuotaCounts=0",  "AI + Quota (us)=0",
                         "AI - Quota (us)=0",     "AI SleepCalibration (us)=0",
                         "AI FrameLength (us)=0", "AI TimeDiff (us)=0"};
-enum Field { kFrameLength = 3, kWindow, kAveragedFPS = 6, kCalibration, kTimeDiff, kSleep };
+enum Field { kFrameLength = 3, kWindow, kQuota, kAveragedFPS, kCalibration, kTimeDiff, kSleep };
 
 class QuilletTest : public ::testing::Test {
   protected:
@@ -220,10 +223,14 @@ TEST_F(QuilletTest, ClockReadsDoNotDependOnThePacingState) {
         ticking->AdvanceMs(1.0);
         return ticking->Now();
     });
-    for (int refreshRate : {90, 8}) {
-        quillet = std::make_unique<Quillet>();
-        for (int frame = 0; frame < 3; ++frame) Frame(60, 0.0, 0.0, refreshRate);
-        EXPECT_EQ(Text(kFrameLength), "2") << refreshRate;
+    for (PacingPolicy policy : {PacingPolicy::Quota, PacingPolicy::Deadline}) {
+        for (int refreshRate : {90, 8}) {
+            quillet = std::make_unique<Quillet>(policy);
+            const Basics::TimePoint start = clock.Now();
+            for (int frame = 0; frame < 3; ++frame) Frame(60, 0.0, 0.0, refreshRate);
+            EXPECT_EQ(Text(kFrameLength), "2") << refreshRate;
+            EXPECT_EQ(clock.Now() - start, std::chrono::milliseconds(9)) << refreshRate;
+        }
     }
 }
 
@@ -290,10 +297,11 @@ TEST(QuilletInfoLine, FloatsReadAsAStreamAtPrecisionFour) {
 TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
     TalvexTest::TempNodeDirectory nodes;
     TalvexTest::ManualClock clock;
-    for (bool nodePresent : {true, false}) {
+    for (int run = 0; run < 4; ++run) {
+        const bool nodePresent = run < 2;
         Basics::SetNodeDirectory(nodePresent ? nodes.Path() : nodes.Path() + "/missing");
         Basics::Log::SetLogLevel(nodePresent ? 2 : -1);
-        Quillet quillet;
+        Quillet quillet(run % 2 ? PacingPolicy::Deadline : PacingPolicy::Quota);
         const auto frame = [&](int index) {
             quillet.Update(index % 100 < 50 ? 60 : -60, 90, 120);
             clock.AdvanceMs(10.0 + index % 7);
@@ -304,10 +312,82 @@ TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
         frame(0);
         TalvexTest::AllocationCounter allocations;
         for (int index = 1; index <= 1000; ++index) frame(index);
-        EXPECT_EQ(allocations.Count(), 0u) << nodePresent;
+        EXPECT_EQ(allocations.Count(), 0u) << run;
         EXPECT_EQ(nodes.Exists(nodePresent ? "egl_buf" : "missing/egl_buf"), nodePresent);
     }
     Basics::Log::SetLogLevel(2);
+}
+
+// Deadline pacing against a caller whose sleeps end 50-80 us late.
+class DeadlineTest : public ::testing::Test {
+  protected:
+    static constexpr double kPeriod_ms = 1000.0 / 60;
+
+    // One frame of work_ms that sleeps what it is told and late_ms more; returns the time since
+    // the previous end.
+    double Paced(int target, double work_ms, double late_ms = 0.0) {
+        quillet->Update(target, 90, 120);
+        clock.AdvanceMs(work_ms);
+        const float sleep_ms = quillet->CalculateSleepDuration_ms();
+        seed = seed * 1664525u + 1013904223u;
+        if (sleep_ms > 0.0f) clock.AdvanceMs(sleep_ms + late_ms + 0.050 + (seed >> 16) % 31 / 1e3);
+        quillet->PostUpdate();
+        const double interval_ms = Ms(clock.Now() - lastEnd);
+        lastEnd = clock.Now();
+        return interval_ms;
+    }
+    static double Ms(std::chrono::nanoseconds span) {
+        return static_cast<double>(span.count()) / 1e6;
+    }
+    float Field(Field field) const {
+        return std::stof(Basics::SplitString(nodes.Read("egl_buf"), ';').at(field - 1));
+    }
+
+    TalvexTest::TempNodeDirectory nodes;
+    TalvexTest::ManualClock clock;
+    std::unique_ptr<Quillet> quillet = std::make_unique<Quillet>(PacingPolicy::Deadline);
+    uint32_t seed = 1;
+    Basics::TimePoint lastEnd;
+};
+
+// Intervals hold from the second frame on, and frame ends settle on the schedule by the 48th. A
+// frame late by less than half a period is made up by the next alone.
+TEST_F(DeadlineTest, KeepsTheScheduleUntilAFrameEndsHalfAPeriodOffOrTheTargetChanges) {
+    Paced(60, 5.0);
+    const Basics::TimePoint start = lastEnd;
+    for (int frame = 1; frame <= 600; ++frame) {
+        const double interval_ms = Paced(60, 4.0 + frame % 9);
+        ASSERT_TRUE(frame < 2 || std::fabs(interval_ms - kPeriod_ms) < 0.04) << frame;
+        const double late_ms = Ms(lastEnd - start) - frame * kPeriod_ms;
+        ASSERT_TRUE(frame < 48 || std::fabs(late_ms) < 0.02) << frame;
+    }
+    EXPECT_NEAR(Field(kCalibration), -0.065, 0.005);
+
+    Paced(60, 1.3 * kPeriod_ms);
+    EXPECT_NEAR(Paced(60, 5.0), 0.7 * kPeriod_ms, 0.04);
+    EXPECT_NEAR(Field(kQuota), -0.3 * kPeriod_ms, 0.04);
+    EXPECT_NEAR(Field(kSleep), Field(kQuota) + Field(kCalibration) + kPeriod_ms - 5.0, 2e-3);
+    Paced(60, 1.8 * kPeriod_ms);
+    EXPECT_NEAR(Paced(60, 8.0), kPeriod_ms, 0.04);
+    EXPECT_NEAR(Paced(45, 8.0), 1000.0 / 45, 0.04);
+    EXPECT_NEAR(Paced(60, 8.0), kPeriod_ms, 0.04);
+    Paced(60, 5.0, 5.0);  // counts as 2 ms
+    Paced(60, 5.0);
+    EXPECT_NEAR(Field(kCalibration), -(0.065 + (2.0 - 0.065) / 16), 0.005);
+}
+
+TEST_F(DeadlineTest, OffAndExploringAreAsUnderQuota) {
+    const auto run = [this](PacingPolicy policy) {
+        quillet = std::make_unique<Quillet>(policy);
+        lastEnd = clock.Now();
+        std::vector<std::string> seen;
+        for (int frame = 0; frame < 40; ++frame) {
+            const int target = std::array<int, 4>{-60, 0, -45, 5}[frame / 10];
+            seen.push_back(std::to_string(Paced(target, 5.0 + frame % 3)) + nodes.Read("egl_buf"));
+        }
+        return seen;
+    };
+    EXPECT_EQ(run(PacingPolicy::Deadline), run(PacingPolicy::Quota));
 }
 
 }  // namespace
