@@ -105,7 +105,7 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
                   scenario.name.c_str(), static_cast<unsigned long long>(scenario.seed),
                   records.size(), wall_s);
     std::string text = line;
-    std::snprintf(line, sizeof line, "  %-14s %10s %9s %9s %10s %10s\n", "policy", "stability",
+    std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", "policy", "stability",
                   "mean FPS", "jank/min", "peak C", "energy J");
     text += line;
     for (const SessionRecord& record : records) {
@@ -114,7 +114,7 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
             const std::optional<double> value = metric(metrics, key);
             return value ? cell(value, decimals) : std::string("n/a");
         };
-        std::snprintf(line, sizeof line, "  %-14s %10s %9s %9s %10s %10s\n", record.policy.c_str(),
+        std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", record.policy.c_str(),
                       shown("fps_stability", 3).c_str(), shown("mean_fps", 1).c_str(),
                       shown("jank_per_min", 2).c_str(), shown("peak_temperature_c", 1).c_str(),
                       shown("energy_j", 0).c_str());

@@ -18,6 +18,9 @@ Policy ParsePolicy(const std::string& text) {
     policy.name = text;
     if (text == "talvex") {
         policy.kind = PolicyKind::Library;
+    } else if (text == "talvex+deadline") {
+        policy.kind = PolicyKind::Library;
+        policy.pacing = android::Nimbrel::Quillet::PacingPolicy::Deadline;
     } else if (text == "governor") {
         policy.kind = PolicyKind::Governor;
     } else if (text == "none") {
@@ -36,8 +39,8 @@ Policy ParsePolicy(const std::string& text) {
         policy.kind = PolicyKind::Fixed;
         policy.fixedFps = static_cast<int>(fps);
     } else {
-        throw std::invalid_argument("'" + text +
-                                    "' is not a policy (talvex, governor, fixed:N, none)");
+        throw std::invalid_argument(
+            "'" + text + "' is not a policy (talvex, talvex+deadline, governor, fixed:N, none)");
     }
     return policy;
 }

@@ -1,14 +1,18 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "talvex/pacing/Quillet.h"
 
 namespace TalvexSim {
 
 // Who keeps the frame rate in a run. The thermal governor belongs to the device and is on in
 // every policy but None, as on a real phone.
 enum class PolicyKind {
-    Library,   // "talvex": the FPS manager decides, the pacing object holds its SFPS
+    Library,   // "talvex": the FPS manager decides, the pacing object holds its SFPS;
+               // "talvex+deadline" paces to deadlines instead of the frame quota
     Governor,  // "governor": no library, the game at its own cap
     Fixed,     // "fixed:N": the pacing object held at N throughout, no FPS manager
     None,      // "none": neither the library nor the governor, the thermal worst case
@@ -17,6 +21,8 @@ enum class PolicyKind {
 struct Policy {
     PolicyKind kind = PolicyKind::Library;
     int fixedFps = 0;  // Fixed only
+    // The pacing object's policy when the name chooses one; else the scenario's.
+    std::optional<android::Nimbrel::Quillet::PacingPolicy> pacing;
     std::string name;  // as written: "talvex", "fixed:45", ...
 
     bool UsesManager() const { return kind == PolicyKind::Library; }

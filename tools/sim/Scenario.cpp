@@ -460,7 +460,7 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     const Json::Value& root = document.Root();
     ObjectReader top(document, root, "",
                      {"name", "description", "duration_s", "seed", "refresh_rate_hz", "host_tick",
-                      "game", "device", "events", "config"});
+                      "game", "device", "events", "config", "pacing"});
     Scenario scenario;
     scenario.sourceName = sourceName;
     scenario.name = top.String("name", fallbackName);
@@ -469,6 +469,12 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     scenario.duration_s = top.Number("duration_s", 1.0, kLongestRun_s);
     scenario.seed = top.Unsigned64("seed", scenario.seed);
     scenario.refreshRate_Hz = top.Integer("refresh_rate_hz", 1, 1000, scenario.refreshRate_Hz);
+    const std::string pacing = top.String("pacing", "quota");
+    if (pacing == "deadline") {
+        scenario.pacing = android::Nimbrel::Quillet::PacingPolicy::Deadline;
+    } else if (pacing != "quota") {
+        document.Fail(top.Member("pacing"), "pacing", "expected \"quota\" or \"deadline\"");
+    }
     if (top.Has("host_tick")) {
         const Json::Value& tick = top.Member("host_tick");
         if (tick.isString() && tick.asString() == "frame") {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "talvex/pacing/Quillet.h"
 #include "talvex/user_settings/UserSetting.h"
 
 namespace TalvexSim {
@@ -111,7 +112,8 @@ struct Scenario {
     GameParams game;
     DeviceParams device;
     std::vector<ScenarioEvent> events;  // ordered by time
-    std::vector<FaultEvent> faults;     // ordered by start
+    android::Nimbrel::Quillet::PacingPolicy pacing = android::Nimbrel::Quillet::PacingPolicy::Quota;
+    std::vector<FaultEvent> faults;  // ordered by start
 
     // The online configuration exactly as written, and what the library's parser made of it.
     int pid = 0;

@@ -335,7 +335,8 @@ class ClosedLoop {
         const PolicyKind kind = options.policy.kind;
         if (kind != PolicyKind::Library && kind != PolicyKind::Fixed) return;
         session.trace->SetTrack(TraceTrack::Render);
-        session.quillet = std::make_unique<Quillet>();
+        session.quillet =
+            std::make_unique<Quillet>(options.policy.pacing.value_or(scenario.pacing));
         session.nodes.CountWrites();
     }
 

@@ -100,6 +100,8 @@ TEST(ScenarioLoaderTest, EveryFaultNamesTheFileThePlaceAndTheField) {
         {"unsafe name", ScenarioText("  \"name\": \"../x\",\n"), "is not a usable folder name"},
         {"host tick word", ScenarioText("  \"host_tick\": \"vsync\",\n"),
          "host_tick: expected \"frame\" or a period in seconds"},
+        {"pacing word", ScenarioText("  \"pacing\": \"fast\",\n"),
+         "pacing: expected \"quota\" or \"deadline\""},
         {"event type", ScenarioText("  \"events\": [{\"at_s\": 1, \"type\": \"stop\"}],\n"),
          "events[0].type: 'stop' is not an event type"},
         {"resume first", ScenarioText("  \"events\": [{\"at_s\": 1, \"type\": \"resume\"}],\n"),
