@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/basics/Clock.h"
 #include "talvex/basics/Log.h"
 
@@ -11,7 +11,7 @@ namespace {
 class LogGate : public ::testing::Test {
   protected:
     void TearDown() override { Basics::Log::SetLogLevel(2); }
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
 };
 
 TEST_F(LogGate, InitialLevelWritesInfoButNotDebug) {

@@ -2,7 +2,7 @@
 
 #include <initializer_list>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/basics/Log.h"
 #include "talvex/math/EFPS_Counter.h"
 #include "talvex/math/FramePredicates.h"
@@ -21,7 +21,7 @@ TEST(EFPS_Counter, MostFrequentTruncatedRateWinsAndTiesGoLow) {
 }
 
 TEST(EFPS_Counter, EmptyCounterFallsBackTo60WithTwoWarnings) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     Math::EFPS_Counter counter;
     counter.Update(30);
     EXPECT_EQ(counter.GetMostOccurredEFPS(), 30.0f);

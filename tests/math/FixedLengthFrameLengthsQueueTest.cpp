@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "AllocationCounter.h"
-#include "LogCapture.h"
+#include "harness/AllocationCounter.h"
+#include "harness/LogSink.h"
 #include "talvex/basics/Log.h"
 #include "talvex/math/FixedLengthFrameLengthsQueue.h"
 #include "talvex/math/OneSecondFrameLengthsQueue.h"
@@ -78,7 +78,7 @@ TEST(FixedLengthFrameLengthsQueue, DebugInfoShowsTheWindow) {
 
 // Forgiving whole periods of debt, for both queues that keep frames, with their own messages.
 TEST(FrameLengthsQueues, ForgiveWholePeriodsOnlyBelowMinusOnePeriod) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     Basics::Log::SetLogLevel(3);
     FixedLengthFrameLengthsQueue queue(10);
     feed(queue, 9, 0.02f, 60.0f);
@@ -146,7 +146,7 @@ TEST(OneSecondFrameLengthsQueue, WindowFollowsTheTarget) {
 TEST(FixedLengthFrameLengthsQueue, FeedingAFrameAllocatesNothing) {
     FixedLengthFrameLengthsQueue queue(4);
     {
-        TalvexTest::AllocationCounter allocations;
+        TalvexHarness::AllocationCounter allocations;
         for (int frame = 1; frame <= 1000; ++frame) {
             queue.Update(static_cast<float>(frame) * 1e-5f, 60.0f);
             if (frame % 100 == 50) queue.Reset();

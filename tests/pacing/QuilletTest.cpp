@@ -8,11 +8,11 @@
 #include <memory>
 #include <sstream>
 
-#include "AllocationCounter.h"
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
-#include "TraceCapture.h"
+#include "harness/AllocationCounter.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Trace.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
@@ -45,8 +45,8 @@ class QuilletTest : public ::testing::Test {
     // Sections as "[name" and "]", counters as "name=value".
     Texts Trace(bool countersOnly = false) const {
         Texts events;
-        for (const TalvexTest::TraceEvent& e : trace.Events()) {
-            if (e.kind == TalvexTest::TraceEvent::Kind::Counter) {
+        for (const TalvexHarness::TraceEvent& e : trace.Events()) {
+            if (e.kind == TalvexHarness::TraceEvent::Kind::Counter) {
                 events.push_back(e.name + "=" + std::to_string(e.value));
             } else if (!countersOnly) {
                 events.push_back(e.name.empty() ? "]" : "[" + e.name);
@@ -56,7 +56,7 @@ class QuilletTest : public ::testing::Test {
     }
     Texts Logs(int priority, const std::string& fragment = "") const {
         Texts texts;
-        for (const TalvexTest::LogMessage& m : logs.Find(priority, fragment))
+        for (const TalvexHarness::LogMessage& m : logs.Find(priority, fragment))
             texts.push_back(m.text);
         return texts;
     }
@@ -70,10 +70,10 @@ class QuilletTest : public ::testing::Test {
         return sleep_ms;
     }
 
-    TalvexTest::TempNodeDirectory nodes;
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
-    TalvexTest::TraceCapture trace;
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
+    TalvexHarness::TraceCapture trace;
     std::unique_ptr<Quillet> quillet;
 };
 
@@ -217,7 +217,7 @@ TEST_F(QuilletTest, TargetAboveTheFastestRateHoldsTheFastestAndEmptiesTheWindows
 // A clock that moves 1 ms at every read: each frame end reads it twice and each sleep
 // calculation once, whether the reading is used or not.
 TEST_F(QuilletTest, ClockReadsDoNotDependOnThePacingState) {
-    static TalvexTest::ManualClock* ticking;
+    static TalvexHarness::VirtualClock* ticking;
     ticking = &clock;
     Basics::SetClockSource([] {
         ticking->AdvanceMs(1.0);
@@ -295,8 +295,8 @@ TEST(QuilletInfoLine, FloatsReadAsAStreamAtPrecisionFour) {
 
 // Trace off: the capture itself would allocate.
 TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
-    TalvexTest::TempNodeDirectory nodes;
-    TalvexTest::ManualClock clock;
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
     for (int run = 0; run < 4; ++run) {
         const bool nodePresent = run < 2;
         Basics::SetNodeDirectory(nodePresent ? nodes.Path() : nodes.Path() + "/missing");
@@ -310,7 +310,7 @@ TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
             quillet.PostUpdate();
         };
         frame(0);
-        TalvexTest::AllocationCounter allocations;
+        TalvexHarness::AllocationCounter allocations;
         for (int index = 1; index <= 1000; ++index) frame(index);
         EXPECT_EQ(allocations.Count(), 0u) << run;
         EXPECT_EQ(nodes.Exists(nodePresent ? "egl_buf" : "missing/egl_buf"), nodePresent);
@@ -343,8 +343,8 @@ class DeadlineTest : public ::testing::Test {
         return std::stof(Basics::SplitString(nodes.Read("egl_buf"), ';').at(field - 1));
     }
 
-    TalvexTest::TempNodeDirectory nodes;
-    TalvexTest::ManualClock clock;
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
     std::unique_ptr<Quillet> quillet = std::make_unique<Quillet>(PacingPolicy::Deadline);
     uint32_t seed = 1;
     Basics::TimePoint lastEnd;

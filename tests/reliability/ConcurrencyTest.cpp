@@ -16,15 +16,19 @@
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/FpsManager.h"
 #include "talvex/pacing/Quillet.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
+
+using TalvexHarness::LogSink;
+using TalvexHarness::NodeDirectory;
+using TalvexHarness::VirtualClock;
 namespace {
 
 using android::FpsStabilizer::FpsManager;
@@ -164,7 +168,7 @@ SYS_INFO Reading(int tick) {
 }
 
 // The records listing of one PID, as the center writes it to the log.
-RecordsByKey ListedRecords(LogCapture& logs, int pid) {
+RecordsByKey ListedRecords(LogSink& logs, int pid) {
     logs.Clear();
     Center().PrintUserSettingRecords(pid);
     const auto listings = logs.Find(ANDROID_LOG_INFO, "Game: " + std::to_string(pid) + " ");
@@ -191,9 +195,9 @@ class ReliabilityConcurrency : public ::testing::Test {
         Basics::Log::SetDebug(false);
     }
 
-    ManualClock clock;
-    TempNodeDirectory nodes;
-    LogCapture logs;
+    VirtualClock clock;
+    NodeDirectory nodes;
+    LogSink logs;
 };
 
 TEST_F(ReliabilityConcurrency, SettingsTicksPausesAndFramesTogetherLoseNothing) {

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
@@ -22,6 +22,10 @@
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
+
+using TalvexHarness::LogSink;
+using TalvexHarness::NodeDirectory;
+using TalvexHarness::VirtualClock;
 namespace {
 
 using android::FpsStabilizer::FpsManager;
@@ -104,9 +108,9 @@ class NodeFaultTest : public ::testing::Test {
         return sleep_ms;
     }
 
-    ManualClock clock;
-    TempNodeDirectory nodes;
-    LogCapture logs;
+    VirtualClock clock;
+    NodeDirectory nodes;
+    LogSink logs;
     std::string directory = nodes.Path();
 };
 

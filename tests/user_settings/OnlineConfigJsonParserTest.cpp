@@ -5,7 +5,7 @@
 #include <tuple>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/basics/Log.h"
 #include "talvex/user_settings/OnlineConfigJsonParser.h"
 
@@ -21,7 +21,7 @@ Triples recordsOf(const OnlineConfigJsonParser& parser) {
     return triples;
 }
 
-Strings textsOf(const TalvexTest::LogCapture& logs) {
+Strings textsOf(const TalvexHarness::LogSink& logs) {
     Strings texts;
     for (const auto& m : logs.Messages()) texts.push_back(m.text);
     return texts;
@@ -33,7 +33,7 @@ std::string document(const std::string& params) {
 }
 
 TEST(OnlineConfigJsonParser, AcceptedDocuments) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     Basics::Log::SetLogLevel(3);
     const std::vector<std::pair<std::string, Triples>> rows = {
         {document(R"({"param1": "stabilizer,gfps,25-30-40-60-max"},)"
@@ -59,7 +59,7 @@ TEST(OnlineConfigJsonParser, AcceptedDocuments) {
 }
 
 TEST(OnlineConfigJsonParser, RejectedDocumentsAreClearedAndLogged) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     // The document, and the piece a malformed command reports (nullptr: no command error).
     const std::vector<std::pair<std::string, const char*>> rows = {
         {R"({"pid": 5, "lifeCycle": 2})", nullptr},

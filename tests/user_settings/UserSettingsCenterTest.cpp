@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/basics/Exceptions.h"
 #include "talvex/basics/Log.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
@@ -75,7 +75,7 @@ class SettingsCenterTest : public ::testing::Test {
     }
 
     UserSettings::UserSettingsCenter& center = UserSettings::UserSettingsCenter::GetInstance();
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
 };
 
 TEST(IsResetCommand, OnlyTheThreeExactNames) {

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace {
@@ -17,7 +17,7 @@ TEST(SettingsCenterConcurrency, DispatchWhileRegisteringLosesNothing) {
     constexpr int kDispatchers = 4, kRegistrars = 2, kRecords = 400, kLateKeys = 100;
     UserSettings::UserSettingsCenter& center = UserSettings::UserSettingsCenter::GetInstance();
     center.ResetForTesting();
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     center.OnCurrentBrainResume(42);
     std::vector<std::atomic<int>> earlyCalls(kDispatchers);
     for (int d = 0; d < kDispatchers; ++d) {

@@ -45,7 +45,7 @@ std::string othersText(const std::string& node, int pid) {
 
 }  // namespace
 
-FaultInjector::FaultInjector(const Scenario& scenario, NodeDirectory& nodes_)
+FaultInjector::FaultInjector(const Scenario& scenario, TalvexHarness::NodeDirectory& nodes_)
     : nodes(nodes_), pid(scenario.pid), random(DeriveSeed(scenario.seed, kStormStream)) {
     for (const FaultEvent& event : scenario.faults) {
         const std::int64_t start = toNs(event.at_s);

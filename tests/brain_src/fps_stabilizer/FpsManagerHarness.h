@@ -7,15 +7,21 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
-#include "TraceCapture.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Trace.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/FpsManager.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
+
+using TalvexHarness::LogMessage;
+using TalvexHarness::LogSink;
+using TalvexHarness::NodeDirectory;
+using TalvexHarness::TraceCapture;
+using TalvexHarness::VirtualClock;
 
 using android::FpsStabilizer::FpsManager;
 using Records = std::shared_ptr<const std::vector<UserSettings::UserSetting>>;
@@ -75,9 +81,9 @@ class FpsManagerTest : public ::testing::Test {
         return texts;
     }
 
-    ManualClock clock;
-    TempNodeDirectory nodes;
-    LogCapture logs;
+    VirtualClock clock;
+    NodeDirectory nodes;
+    LogSink logs;
     TraceCapture trace;
 };
 

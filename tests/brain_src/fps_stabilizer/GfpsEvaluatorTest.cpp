@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "GfpsTestSupport.h"
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/VirtualClock.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 
@@ -42,7 +42,7 @@ class GfpsEvaluatorTest : public ::testing::Test {
     }
 
     TalvexTest::FreshSettingsCenter center;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     android::FpsStabilizer::GfpsEvaluator evaluator{120};
 };
 
@@ -130,9 +130,9 @@ TEST_F(GfpsEvaluatorTest, ResetsRefusalsAndMax) {
 
 // Run under the thread sanitizer: settings arrive on another thread than the ticks.
 TEST(GfpsConcurrency, TicksWhileSettingsArrive) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     TalvexTest::FreshSettingsCenter center;
-    TalvexTest::ManualClock clock;
+    TalvexHarness::VirtualClock clock;
     android::FpsStabilizer::GfpsEvaluator evaluator(120);
     android::FpsStabilizer::GfpsExplorer explorer;
     std::atomic<bool> done{false};

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "GfpsTestSupport.h"
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 
@@ -46,8 +46,8 @@ class GfpsExplorerTest : public ::testing::Test {
     }
 
     TalvexTest::FreshSettingsCenter center;
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
     GfpsExplorer explorer;
 };
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/LoadingDetector.h"
 
@@ -40,7 +40,7 @@ class LoadingDetectorTest : public ::testing::Test {
         return logs.Count(ANDROID_LOG_DEBUG, "[SystemInfo][LoadingDetector] " + fragment);
     }
 
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     LoadingDetector detector{&LoadingDetector::ExtractCpuUtils_ByMaxAlgorithm};
 };
 

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <string>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
@@ -59,8 +59,8 @@ class SfpsDecider : public ::testing::Test {
     }
 
     FreshSettingsCenter freshSettingsCenter;
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
     Temperature temperature;
     Current current;
 };

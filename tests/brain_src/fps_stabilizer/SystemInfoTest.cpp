@@ -3,8 +3,8 @@
 #include <cmath>
 #include <string>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/SystemInfo.h"
 
@@ -30,8 +30,8 @@ class SystemInfoTest : public ::testing::Test {
         return logs.Count(ANDROID_LOG_DEBUG, "[SystemInfo@Stabilizer]" + text);
     }
 
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
     android::FpsStabilizer::SystemInfo systemInfo;
 };
 
