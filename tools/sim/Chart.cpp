@@ -242,6 +242,72 @@ std::string document(const Svg& svg, double height, const std::string& title,
     return out + header.body + svg.body + "</svg>\n";
 }
 
+// Shaded under every panel, so drawn first.
+void pauseBands(Svg& svg, const std::vector<TimelineRow>& rows, double tick_s, const Panel& first,
+                double bottom) {
+    const double top = first.top;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (!rows[i].paused) continue;
+        size_t last = i;
+        while (last + 1 < rows.size() && rows[last + 1].paused) ++last;
+        const double x1 = svg.X(std::max(0.0, rows[i].time_s - tick_s));
+        const double x2 = svg.X(rows[last].time_s);
+        svg.Raw("<rect x=\"" + number(x1) + "\" y=\"" + number(top) + "\" width=\"" +
+                number(x2 - x1) + "\" height=\"" + number(bottom - top) +
+                "\" fill=\"#eeeeee\"/>\n");
+        svg.Text((x1 + x2) / 2.0, top + first.height - 8, "paused", "middle", 11, " fill=\"#777\"");
+        i = last;
+    }
+}
+
+void frameRatePanel(Svg& svg, const Panel& fps, const std::vector<TimelineRow>& rows) {
+    const auto running = [](const TimelineRow& row) { return !row.paused; };
+    drawSeries(svg, fps,
+               {{"OFPS", "stroke=\"#8c8c8c\" stroke-width=\"1\"",
+                 lineRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r)) return std::nullopt;
+                              return r.ofps;
+                          })},
+                {"GFPS", "stroke=\"#1f77b4\" stroke-width=\"1.5\" stroke-dasharray=\"5,3\"",
+                 stepRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r) || r.gfps < 1) return std::nullopt;
+                              return r.gfps;
+                          })},
+                {"SFPS applied", "stroke=\"#d62728\" stroke-width=\"2.5\"",
+                 stepRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r) || r.sfps < 1) return std::nullopt;
+                              return r.sfps;
+                          })},
+                {"SFPS while exploring (negative on the node)",
+                 "stroke=\"#9467bd\" stroke-width=\"1.2\" stroke-opacity=\"0.7\"",
+                 exploringMarks(svg, fps, rows)}});
+}
+
+void temperaturePanel(Svg& svg, const Panel& temperature, const std::vector<TimelineRow>& rows,
+                      double lowerBound_C, double upperBound_C) {
+    drawBound(svg, temperature, lowerBound_C, "lower bound " + label(lowerBound_C) + " \u00b0C");
+    drawBound(svg, temperature, upperBound_C, "upper bound " + label(upperBound_C) + " \u00b0C");
+    drawSeries(
+        svg, temperature,
+        {{"temperature", "stroke=\"#ff7f0e\" stroke-width=\"2\"",
+          lineRuns(svg, temperature, rows, [](const TimelineRow& r) -> std::optional<double> {
+              return r.temperature_C;
+          })}});
+}
+
+void currentPanel(Svg& svg, const Panel& current, const std::vector<TimelineRow>& rows,
+                  double threshold_mA) {
+    drawBound(svg, current, threshold_mA, "threshold " + label(threshold_mA) + " mA");
+    drawSeries(svg, current,
+               {{"current", "stroke=\"#2ca02c\" stroke-width=\"1.2\"",
+                 lineRuns(svg, current, rows, [](const TimelineRow& r) -> std::optional<double> {
+                     return r.current_mA;
+                 })}});
+}
+
 }  // namespace
 
 std::string RenderChart(const ChartInput& input) {
@@ -273,65 +339,12 @@ std::string RenderChart(const ChartInput& input) {
                         "Electric current (mA)"};
     const double height = current.top + current.height + 50.0;
 
-    // Pauses first, under everything else.
-    for (size_t i = 0; i < rows.size(); ++i) {
-        if (!rows[i].paused) continue;
-        size_t last = i;
-        while (last + 1 < rows.size() && rows[last + 1].paused) ++last;
-        const double x1 = svg.X(std::max(0.0, rows[i].time_s - input.tick_s));
-        const double x2 = svg.X(rows[last].time_s);
-        svg.Raw("<rect x=\"" + number(x1) + "\" y=\"" + number(fps.top) + "\" width=\"" +
-                number(x2 - x1) + "\" height=\"" + number(current.top + current.height - fps.top) +
-                "\" fill=\"#eeeeee\"/>\n");
-        svg.Text((x1 + x2) / 2.0, fps.top + fps.height - 8, "paused", "middle", 11,
-                 " fill=\"#777\"");
-        i = last;
-    }
+    pauseBands(svg, rows, input.tick_s, fps, current.top + current.height);
     for (const Panel* panel : {&fps, &temperature, &current}) svg.Frame(*panel, timeStep);
-
-    const auto running = [](const TimelineRow& row) { return !row.paused; };
-    drawSeries(svg, fps,
-               {{"OFPS", "stroke=\"#8c8c8c\" stroke-width=\"1\"",
-                 lineRuns(svg, fps, rows,
-                          [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r)) return std::nullopt;
-                              return r.ofps;
-                          })},
-                {"GFPS", "stroke=\"#1f77b4\" stroke-width=\"1.5\" stroke-dasharray=\"5,3\"",
-                 stepRuns(svg, fps, rows,
-                          [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r) || r.gfps < 1) return std::nullopt;
-                              return r.gfps;
-                          })},
-                {"SFPS applied", "stroke=\"#d62728\" stroke-width=\"2.5\"",
-                 stepRuns(svg, fps, rows,
-                          [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r) || r.sfps < 1) return std::nullopt;
-                              return r.sfps;
-                          })},
-                {"SFPS while exploring (negative on the node)",
-                 "stroke=\"#9467bd\" stroke-width=\"1.2\" stroke-opacity=\"0.7\"",
-                 exploringMarks(svg, fps, rows)}});
-
-    drawBound(svg, temperature, input.temperatureLowerBound_C,
-              "lower bound " + label(input.temperatureLowerBound_C) + " \u00b0C");
-    drawBound(svg, temperature, input.temperatureUpperBound_C,
-              "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
-    drawSeries(
-        svg, temperature,
-        {{"temperature", "stroke=\"#ff7f0e\" stroke-width=\"2\"",
-          lineRuns(svg, temperature, rows, [](const TimelineRow& r) -> std::optional<double> {
-              return r.temperature_C;
-          })}});
-
-    drawBound(svg, current, input.currentThreshold_mA,
-              "threshold " + label(input.currentThreshold_mA) + " mA");
-    drawSeries(svg, current,
-               {{"current", "stroke=\"#2ca02c\" stroke-width=\"1.2\"",
-                 lineRuns(svg, current, rows, [](const TimelineRow& r) -> std::optional<double> {
-                     return r.current_mA;
-                 })}});
-
+    frameRatePanel(svg, fps, rows);
+    temperaturePanel(svg, temperature, rows, input.temperatureLowerBound_C,
+                     input.temperatureUpperBound_C);
+    currentPanel(svg, current, rows, input.currentThreshold_mA);
     timeAxis(svg, current, duration_s, timeUnit_s, timeStep);
     return document(svg, height, input.title, input.subtitle);
 }
