@@ -102,9 +102,12 @@ NodeDirectory::~NodeDirectory() {
 }
 
 std::string NodeDirectory::Read(const std::string& node) const {
+    // Reading a directory through a stream buffer throws.
+    std::error_code notThere;
+    if (!std::filesystem::is_regular_file(NodePath(node), notThere)) return "";
     std::ifstream file(NodePath(node), std::ios::binary);
     std::ostringstream content;
-    if (file.is_open()) content << file.rdbuf();
+    content << file.rdbuf();
     return content.str();
 }
 

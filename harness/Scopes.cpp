@@ -5,8 +5,10 @@
 
 namespace TalvexHarness {
 
-LogSwitchesScope::LogSwitchesScope(int level, bool debug)
-    : previousLevel(Basics::Log::LogLevel()), previousDebug(Basics::Log::IsDebug()) {
+LogSwitchesScope::LogSwitchesScope()
+    : previousLevel(Basics::Log::LogLevel()), previousDebug(Basics::Log::IsDebug()) {}
+
+LogSwitchesScope::LogSwitchesScope(int level, bool debug) : LogSwitchesScope() {
     Basics::Log::SetLogLevel(level);
     Basics::Log::SetDebug(debug);
 }

@@ -4,9 +4,11 @@
 
 namespace TalvexHarness {
 
-// Sets the library's log switches while alive and puts back the ones it found.
+// Puts back the library's log switches it found, whatever was set while it was alive.
 class LogSwitchesScope {
   public:
+    LogSwitchesScope();
+    // Sets them as well.
     explicit LogSwitchesScope(int level, bool debug = false);
     ~LogSwitchesScope();
     LogSwitchesScope(const LogSwitchesScope&) = delete;

@@ -79,19 +79,4 @@ TEST_F(CharacterDeviceTest, MissingNodeIsRetriedOnlyAfterTheReread) {
     EXPECT_EQ(nodes.Read("efps_max"), "60");
 }
 
-TEST(CharacterDevice, MissingDirectoryOrReadOnlyNodeNeverThrows) {
-    TalvexHarness::VirtualClock clock;
-    // /proc/version exists and refuses writes even to root.
-    for (const char* path : {"/nonexistent-dir/efps_max", "/proc/version"}) {
-        Basics::CharacterDevice device(path);
-        EXPECT_NO_THROW({
-            device.SetTargetStatus("60");
-            clock.AdvanceSeconds(11);
-            device.Update();
-            device.SetTargetStatus("");
-            device.Update();
-        }) << path;
-    }
-}
-
 }  // namespace

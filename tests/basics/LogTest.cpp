@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Clock.h"
 #include "talvex/basics/Log.h"
 
@@ -10,7 +11,7 @@ namespace {
 
 class LogGate : public ::testing::Test {
   protected:
-    void TearDown() override { Basics::Log::SetLogLevel(2); }
+    TalvexHarness::LogSwitchesScope switches;
     TalvexHarness::LogSink logs;
 };
 

@@ -7,6 +7,7 @@
 
 #include "harness/AllocationCounter.h"
 #include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Log.h"
 #include "talvex/math/FixedLengthFrameLengthsQueue.h"
 #include "talvex/math/OneSecondFrameLengthsQueue.h"
@@ -79,7 +80,7 @@ TEST(FixedLengthFrameLengthsQueue, DebugInfoShowsTheWindow) {
 // Forgiving whole periods of debt, for both queues that keep frames, with their own messages.
 TEST(FrameLengthsQueues, ForgiveWholePeriodsOnlyBelowMinusOnePeriod) {
     TalvexHarness::LogSink logs;
-    Basics::Log::SetLogLevel(3);
+    TalvexHarness::LogSwitchesScope debug(3);
     FixedLengthFrameLengthsQueue queue(10);
     feed(queue, 9, 0.02f, 60.0f);
     queue.Update(0.021f, 60.0f);
@@ -103,10 +104,8 @@ TEST(FrameLengthsQueues, ForgiveWholePeriodsOnlyBelowMinusOnePeriod) {
     single.fixQueueElementsAccordingToQuota({-0.0333f, -0.0f, 0});
     EXPECT_EQ(single.GetLength(), 1u);
     EXPECT_FLOAT_EQ(single.CalculateAveragedFrameLength_s(), 1.0f / 60);
-    Basics::Log::SetLogLevel(2);
 
-    std::vector<std::string> texts;
-    for (const auto& m : logs.Find(ANDROID_LOG_DEBUG)) texts.push_back(m.text);
+    const std::vector<std::string> texts = logs.Texts(ANDROID_LOG_DEBUG);
     const std::string fixed = "[FixedLengthFrameLengthsQueue][fixQueueElementsAccordingToQuota] ";
     const std::string one = "[OneSecondFrameLengthsQueue][fixQueueElementsAccordingToQuota] ";
     EXPECT_EQ(texts,

@@ -13,6 +13,7 @@
 
 #include "harness/LogSink.h"
 #include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
 #include "harness/VirtualClock.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
@@ -72,12 +73,6 @@ bool WriteFails(const char* path) {
 
 class NodeFaultTest : public ::testing::Test {
   protected:
-    NodeFaultTest() {
-        UserSettings::UserSettingsCenter::GetInstance().ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-    }
-    ~NodeFaultTest() override { UserSettings::UserSettingsCenter::GetInstance().ResetForTesting(); }
-
     std::string NodePath(const std::string& node) const { return directory + "/" + node; }
 
     // Whole content, or "<missing>" when the node is not a file (reading a directory through a
@@ -108,6 +103,8 @@ class NodeFaultTest : public ::testing::Test {
         return sleep_ms;
     }
 
+    TalvexHarness::SettingsCenterScope emptied;
+    TalvexHarness::LogSwitchesScope logSwitches{2};
     VirtualClock clock;
     NodeDirectory nodes;
     LogSink logs;

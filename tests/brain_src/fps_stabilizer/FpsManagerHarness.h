@@ -9,6 +9,7 @@
 
 #include "harness/LogSink.h"
 #include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
 #include "harness/Trace.h"
 #include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
@@ -17,7 +18,6 @@
 
 namespace TalvexTest {
 
-using TalvexHarness::LogMessage;
 using TalvexHarness::LogSink;
 using TalvexHarness::NodeDirectory;
 using TalvexHarness::TraceCapture;
@@ -43,16 +43,6 @@ inline UserSettings::UserSettingsCenter& Center() {
 // captured. Managers live inside the tests, so they are gone before the center is cleaned.
 class FpsManagerTest : public ::testing::Test {
   protected:
-    FpsManagerTest() {
-        Center().ResetForTesting();
-        Basics::Log::SetLogLevel(3);
-    }
-    ~FpsManagerTest() override {
-        Center().ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-        Basics::Log::SetDebug(false);
-    }
-
     // One host tick after the given time, with a CPU load so light that the loading detectors
     // never talk the EFPS down; returns the node's text.
     std::string Tick(FpsManager& manager, int ofps, float celsius = 30.0f, float mA = 1000.0f,
@@ -74,13 +64,10 @@ class FpsManagerTest : public ::testing::Test {
     size_t Logged(const std::string& text, int priority = ANDROID_LOG_DEBUG) const {
         return logs.Count(priority, text);
     }
-    std::vector<std::string> Errors() const {
-        std::vector<std::string> texts;
-        for (const LogMessage& message : logs.Find(ANDROID_LOG_ERROR))
-            texts.push_back(message.text);
-        return texts;
-    }
+    std::vector<std::string> Errors() const { return logs.Texts(ANDROID_LOG_ERROR); }
 
+    TalvexHarness::SettingsCenterScope emptied;
+    TalvexHarness::LogSwitchesScope debug{3};
     VirtualClock clock;
     NodeDirectory nodes;
     LogSink logs;

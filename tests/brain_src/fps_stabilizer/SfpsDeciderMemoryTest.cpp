@@ -1,20 +1,19 @@
 #include <gtest/gtest.h>
 
 #include "harness/AllocationCounter.h"
+#include "harness/Scopes.h"
 #include "harness/VirtualClock.h"
 #include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
-#include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace {
 
 // One tick per second at a stable GFPS, through the states in which readings pile up: idle with
 // the threshold unset or not reached, activated without a step, and stepping at the floor.
 TEST(SfpsDeciderMemory, ADayOfTicksAtAStableGfpsNeedsNoMoreMemoryThanTheFirstHour) {
-    auto& center = UserSettings::UserSettingsCenter::GetInstance();
     for (const char* threshold : {"nan", "3000", "2000"}) {
         for (float electricCurrent_mA : {1500.0f, 2080.0f, 2500.0f}) {
             TalvexHarness::VirtualClock clock;
-            center.ResetForTesting();
+            TalvexHarness::SettingsCenterScope emptied;
             android::FpsStabilizer::SfpsDeciderAccordingToTemperature temperature;
             android::FpsStabilizer::SfpsDeciderAccordingToElectricCurrent current;
             current.SetElectricCurrentToStabilizeFPS(threshold);
@@ -31,7 +30,6 @@ TEST(SfpsDeciderMemory, ADayOfTicksAtAStableGfpsNeedsNoMoreMemoryThanTheFirstHou
             EXPECT_EQ(allocations.ProcessCount(), allocationsAfterHour)
                 << threshold << " " << electricCurrent_mA;
             EXPECT_TRUE(temperature.IsActivated());
-            center.ResetForTesting();
         }
     }
 }
