@@ -1,6 +1,7 @@
 #include "harness/VirtualClock.h"
 
 #include <atomic>
+#include <cmath>
 
 namespace TalvexHarness {
 namespace {
@@ -38,7 +39,7 @@ void VirtualClock::Advance(std::chrono::nanoseconds step) {
 }
 
 void VirtualClock::AdvanceMs(double milliseconds) {
-    Advance(std::chrono::nanoseconds(static_cast<std::int64_t>(milliseconds * 1e6 + 0.5)));
+    Advance(std::chrono::nanoseconds(std::llround(milliseconds * 1e6)));
 }
 
 void VirtualClock::AdvanceSeconds(double seconds) { AdvanceMs(seconds * 1000.0); }

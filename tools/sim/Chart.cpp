@@ -79,6 +79,17 @@ double niceStep(double span, int count) {
     return 10.0 * power;
 }
 
+// Grid values from low to high, high included despite rounding.
+std::vector<double> ticks(double low, double high, double step) {
+    std::vector<double> values;
+    double value = low;
+    while (value <= high + step / 1e6) {
+        values.push_back(value);
+        value += step;
+    }
+    return values;
+}
+
 Range niceRange(double low, double high, int count) {
     if (!(high > low)) high = low + 1.0;
     const double step = niceStep(high - low, count);
@@ -122,13 +133,12 @@ class Svg {
                 number(kPlotWidth) + "\" height=\"" + number(panel.height) +
                 "\" fill=\"none\" stroke=\"#999\"/>\n";
         const double valueStep = niceStep(panel.values.high - panel.values.low, 5);
-        for (double v = panel.values.low; v <= panel.values.high + valueStep / 1e6;
-             v += valueStep) {
+        for (const double v : ticks(panel.values.low, panel.values.high, valueStep)) {
             const double y = Y(panel, v);
             Line(kLeft, y, kLeft + kPlotWidth, y, "stroke=\"#e4e4e4\"");
             Text(kLeft - 6, y + 4, label(v), "end", 11);
         }
-        for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+        for (const double t : ticks(0.0, duration_s / timeUnit_s, timeStep)) {
             const double x = X(t * timeUnit_s);
             Line(x, panel.top, x, panel.top + panel.height, "stroke=\"#e4e4e4\"");
         }
@@ -223,7 +233,7 @@ void drawBound(Svg& svg, const Panel& panel, double value, const std::string& te
 
 void timeAxis(Svg& svg, const Panel& lowest, double duration_s, double timeUnit_s,
               double timeStep) {
-    for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+    for (const double t : ticks(0.0, duration_s / timeUnit_s, timeStep)) {
         svg.Text(svg.X(t * timeUnit_s), lowest.top + lowest.height + 16, label(t), "middle", 11);
     }
     svg.Text(kLeft + kPlotWidth / 2.0, lowest.top + lowest.height + 38,
@@ -422,8 +432,7 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
     const auto x = [&](double temperature_C) { return svg.X(temperature_C - temperatures.low); };
     svg.Frame(fps, temperatureStep);
     const double bottom = fps.top + fps.height;
-    for (double t = temperatures.low; t <= temperatures.high + temperatureStep / 1e6;
-         t += temperatureStep) {
+    for (const double t : ticks(temperatures.low, temperatures.high, temperatureStep)) {
         svg.Text(x(t), bottom + 16, label(t), "middle", 11);
     }
     svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38, "peak temperature (\u00b0C)", "middle", 12);

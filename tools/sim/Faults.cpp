@@ -32,7 +32,8 @@ constexpr Field unreadable() {
 // Raised, and kept below the unreadable value so that a spike never reads as a failed read.
 template <typename Field>
 Field raised(Field value, double by) {
-    const auto ceiling = static_cast<double>(unreadable<Field>() / 2);
+    const Field half = unreadable<Field>() / 2;
+    const auto ceiling = static_cast<double>(half);
     const double result = static_cast<double>(value) + by;
     return result >= ceiling ? static_cast<Field>(ceiling)
                              : static_cast<Field>(std::llround(result));

@@ -188,9 +188,6 @@ class Session {
             }
         }
     }
-
-    int savedLevel;
-    bool savedDebug;
 };
 
 class ClosedLoop {
