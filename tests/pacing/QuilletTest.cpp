@@ -168,6 +168,11 @@ TEST_F(QuilletTest, TargetsFromMinusTenToTenSwitchPacingOffOnce) {
         EXPECT_NEAR(Frame(60, 0.0), 1000.0 / 60 - 1.0, 1e-3);
         EXPECT_EQ(nodes.Read("egl_buf"), "60;90;5;0,0,inf,0;0;nan;-1;0;15.67\n");
     }
+    // The edges of the range: 11 is held and -11 explores.
+    Frame(11, 0.0);
+    EXPECT_EQ(nodes.Read("egl_buf").substr(0, 3), "11;");
+    Frame(-11, 0.0);
+    EXPECT_EQ(nodes.Read("egl_buf").substr(0, 4), "-11;");
 }
 
 TEST_F(QuilletTest, ExploringMeasuresWithoutSleepingAndLeavesTheWindowsForTheSameRate) {
