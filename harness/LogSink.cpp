@@ -7,6 +7,7 @@
 
 #include "harness/VirtualClock.h"
 #include "talvex/basics/Clock.h"
+#include "talvex/brain_src/fps_stabilizer/FpsManager.h"
 
 namespace TalvexHarness {
 namespace {
@@ -15,7 +16,6 @@ std::atomic<LogSink*> activeSink{nullptr};
 
 constexpr size_t kKeptErrors = 256;
 
-constexpr const char kEfpsLine[] = "[FpsManager] Finally, EFPS = ";
 
 // The library's gate: ERROR from level 0, WARN from 1, INFO from 2, DEBUG from 3.
 int levelNeededFor(int priority) {
@@ -74,9 +74,10 @@ void LogSink::receive(const struct __android_logger_data* data, const char* mess
 
 void LogSink::add(int priority, const char* tag, const char* message) {
     std::lock_guard<std::mutex> lock(mutex);
-    if (priority == ANDROID_LOG_DEBUG &&
-        std::strncmp(message, kEfpsLine, sizeof kEfpsLine - 1) == 0) {
-        efps = std::atoi(message + sizeof kEfpsLine - 1);
+    constexpr const char* kEfpsLine = android::FpsStabilizer::kFinalEfpsLinePrefix;
+    constexpr size_t kEfpsLineLength = sizeof android::FpsStabilizer::kFinalEfpsLinePrefix - 1;
+    if (priority == ANDROID_LOG_DEBUG && std::strncmp(message, kEfpsLine, kEfpsLineLength) == 0) {
+        efps = std::atoi(message + kEfpsLineLength);
     }
     if (priority >= ANDROID_LOG_ERROR) {
         ++errorCount;

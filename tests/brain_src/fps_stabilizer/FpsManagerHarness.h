@@ -58,8 +58,9 @@ class FpsManagerTest : public ::testing::Test {
     }
     // The EFPS the last tick settled on, from its closing message.
     std::string FinalEFPS() const {
-        const auto finals = logs.Find(ANDROID_LOG_DEBUG, "[FpsManager] Finally, EFPS = ");
-        return finals.empty() ? "<none>" : finals.back().text.substr(29);
+        const std::string prefix = android::FpsStabilizer::kFinalEfpsLinePrefix;
+        const auto finals = logs.Texts(ANDROID_LOG_DEBUG, prefix);
+        return finals.empty() ? "<none>" : finals.back().substr(prefix.size());
     }
     size_t Logged(const std::string& text, int priority = ANDROID_LOG_DEBUG) const {
         return logs.Count(priority, text);
