@@ -13,7 +13,7 @@ CMAKE_FLAGS = -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) \
               -DTALVEX_WARNINGS_AS_ERRORS=$(if $(filter 1,$(WERROR)),ON,OFF) \
               -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
 
-.PHONY: help deps configure build test demo bench sanitize arm-test fuzz format format-check clean
+.PHONY: help deps configure build test demo bench sanitize arm-test fuzz format format-check lint clean
 
 help: ## List the targets
 	@grep -E '^[a-z-]+:.*## ' $(MAKEFILE_LIST) | awk -F':.*## ' '{printf "  %-14s %s\n", $$1, $$2}'
@@ -73,6 +73,15 @@ format: ## Format the tree with clang-format
 
 format-check: ## Fail when a file is not formatted
 	@$(FORMAT_FILES) | xargs -r clang-format --dry-run --Werror
+
+lint: configure ## clang-tidy (.clang-tidy) over the library, the harness and the tools; fails on any finding
+	@scripts/install-deps.sh lint
+	@echo "lint: clang-tidy over talvex/, harness/ and tools/ (log in $(BUILD_DIR)/lint.log)"
+	@run-clang-tidy -p $(BUILD_DIR) -quiet -j $(JOBS) \
+		'^$(CURDIR)/(talvex|harness|tools)/.*\.cpp$$' > $(BUILD_DIR)/lint.log 2>&1; \
+		if grep -qE '(warning|error):' $(BUILD_DIR)/lint.log; then \
+			grep -E '(warning|error):' -A3 $(BUILD_DIR)/lint.log; exit 1; fi
+	@echo "lint: clean"
 
 clean: ## Remove every build tree and the outputs
 	rm -rf $(BUILD_DIR) build-asan build-tsan build-arm build-fuzz build-bench out

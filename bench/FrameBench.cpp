@@ -10,6 +10,9 @@
 #include <string>
 
 #include "BenchSupport.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Trace.h"
 #include "talvex/math/ClearableFrameLengthsQueue.h"
@@ -20,7 +23,7 @@ namespace {
 
 using android::Nimbrel::Quillet::PacingPolicy;
 using android::Nimbrel::Quillet::Quillet;
-using TalvexBench::VirtualClock;
+using TalvexHarness::VirtualClock;
 
 // Virtual work per frame, varied so that the quota and the calibration keep moving.
 constexpr std::array<float, 8> kWork_ms = {9.0f, 12.5f, 10.0f, 15.0f, 8.0f, 11.0f, 17.5f, 10.5f};
@@ -38,8 +41,8 @@ void runFrame(Quillet& quillet, std::size_t frame) {
 // A node line as the pacing object writes it in the steady state of runFrame.
 std::string steadyStateLine(PacingPolicy policy) {
     VirtualClock clock;
-    TalvexBench::TmpfsNodeDirectory nodes;
-    TalvexBench::LogLevelScope log(2, false);
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::LogSwitchesScope log(2, false);
     std::string line;
     {
         Quillet quillet(policy);
@@ -71,7 +74,7 @@ void writeNode(const std::string& path, const std::string& line) {
 void measureFloor(benchmark::State& state, PacingPolicy policy) {
     const bool trace = state.range(0) != 0;
     VirtualClock clock;
-    TalvexBench::TmpfsNodeDirectory nodes;
+    TalvexHarness::NodeDirectory nodes;
     TalvexBench::SetTraceEnabled(trace);
     const std::string& line = floorLine(policy);
     const std::string path = nodes.NodePath("egl_buf");
@@ -115,8 +118,9 @@ BENCHMARK(BM_DeadlineFloor)->ArgName("trace")->Arg(0)->Arg(1);
 // missing node, which fails.
 void BM_NoTelemetryFloor(benchmark::State& state) {
     VirtualClock clock;
-    TalvexBench::MissingNodeDirectory nodes;
-    const std::string path = Basics::NodeDirectory() + "/egl_buf";
+    TalvexHarness::NodeDirectory nodes;
+    nodes.MakeMissing("egl_buf");
+    const std::string path = nodes.NodePath("egl_buf");
     std::size_t frame = 0;
     for (auto _ : state) {
         VirtualClock::AdvanceMs(workOf(frame));
@@ -135,8 +139,8 @@ BENCHMARK(BM_NoTelemetryFloor);
 void measureFrame(benchmark::State& state, PacingPolicy policy) {
     const bool trace = state.range(0) != 0;
     VirtualClock clock;
-    TalvexBench::TmpfsNodeDirectory nodes;
-    TalvexBench::LogLevelScope log(2, false);
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::LogSwitchesScope log(2, false);
     TalvexBench::SetTraceEnabled(trace);
     Quillet quillet(policy);
     std::size_t frame = 0;
@@ -149,7 +153,7 @@ void measureFrame(benchmark::State& state, PacingPolicy policy) {
         static_cast<double>(TalvexBench::Allocations() - allocationsBefore) / frames;
     state.counters["trace_calls_per_frame"] =
         static_cast<double>(TalvexBench::TraceCalls() - traceCallsBefore) / frames;
-    state.counters["line_bytes"] = static_cast<double>(nodes.NodeSize("egl_buf"));
+    state.counters["line_bytes"] = static_cast<double>(nodes.Read("egl_buf").size());
     TalvexBench::SetTraceEnabled(false);
 }
 
@@ -165,8 +169,9 @@ BENCHMARK(BM_DeadlineFrame)->ArgName("trace")->Arg(0)->Arg(1);
 // and the log is silenced, so its warning is gated off.
 void BM_QuilletFrameNoTelemetry(benchmark::State& state) {
     VirtualClock clock;
-    TalvexBench::MissingNodeDirectory nodes;
-    TalvexBench::LogLevelScope log(-1, false);
+    TalvexHarness::NodeDirectory nodes;
+    nodes.MakeMissing("egl_buf");
+    TalvexHarness::LogSwitchesScope log(-1, false);
     TalvexBench::SetTraceEnabled(false);
     Quillet quillet;
     std::size_t frame = 0;

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "harness/NodeDirectory.h"
 #include "talvex/basics/Log.h"
 #include "talvex/pacing/Quillet.h"
 
@@ -99,7 +100,7 @@ using FrameEnds = std::vector<Clock::time_point>;
 
 FrameEnds runQuillet(int rate, const Options& options,
                      android::Nimbrel::Quillet::PacingPolicy policy) {
-    TalvexBench::TmpfsNodeDirectory nodes;
+    TalvexHarness::NodeDirectory nodes;
     android::Nimbrel::Quillet::Quillet quillet(policy);
     Workload workload(options.seed, periodOf(rate));
     FrameEnds ends;

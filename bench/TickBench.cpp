@@ -6,6 +6,9 @@
 
 #include "BenchSupport.h"
 #include "TickScenario.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 
 namespace {
 
@@ -14,9 +17,9 @@ using TalvexBench::TickState;
 void BM_FpsManagerTick(benchmark::State& state) {
     const auto tickState = static_cast<TickState>(state.range(0));
     const int logLevel = static_cast<int>(state.range(1));
-    TalvexBench::VirtualClock clock;
-    TalvexBench::TmpfsNodeDirectory nodes;
-    TalvexBench::LogLevelScope log(logLevel, false);
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::LogSwitchesScope log(logLevel, false);
     TalvexBench::SetTraceEnabled(false);
     TalvexBench::TickScenario scenario(tickState);
     const std::uint64_t allocationsBefore = TalvexBench::Allocations();

@@ -17,6 +17,9 @@
 
 #include "BenchSupport.h"
 #include "TickScenario.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 
 using TalvexBench::TickState;
 
@@ -39,9 +42,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     try {
-        TalvexBench::VirtualClock clock;
-        TalvexBench::TmpfsNodeDirectory nodes;
-        TalvexBench::LogLevelScope log(logLevel, false);
+        TalvexHarness::VirtualClock clock;
+        TalvexHarness::NodeDirectory nodes;
+        TalvexHarness::LogSwitchesScope log(logLevel, false);
         TalvexBench::TickScenario scenario(*state);
         long changes = 0;
         CALLGRIND_TOGGLE_COLLECT;

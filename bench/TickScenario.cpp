@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "BenchSupport.h"
+#include "harness/VirtualClock.h"
 #include "talvex/user_settings/UserSetting.h"
 
 namespace TalvexBench {
@@ -84,7 +85,7 @@ bool TickScenario::Tick() {
     }
     ++tick;
     const int before = manager->GetSFPS();
-    VirtualClock::Advance(std::chrono::seconds(1));
+    TalvexHarness::VirtualClock::Advance(std::chrono::seconds(1));
     manager->Update(info, kOFPS, kRefreshRate);
     manager->PostUpdate();
     return manager->GetSFPS() != before;

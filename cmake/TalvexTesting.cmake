@@ -1,12 +1,12 @@
 include(GoogleTest)
 
 # talvex_add_test(<name> SOURCES <files...> [LIBRARIES <targets...>])
-# One GoogleTest executable linked with the library and the test support (log, trace, clock and
-# node-directory helpers); each test case becomes one ctest test.
+# One GoogleTest executable linked with the library and the host stand-ins (harness/); each test
+# case becomes one ctest test.
 function(talvex_add_test name)
     cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
     add_executable(${name} ${ARG_SOURCES})
-    target_link_libraries(${name} PRIVATE talvex_test_support Talvex::talvex GTest::gmock
+    target_link_libraries(${name} PRIVATE talvex_harness Talvex::talvex GTest::gmock
                                           GTest::gtest_main ${ARG_LIBRARIES})
     # Exported so that the interposed trace entry points win over libcutils' own.
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)

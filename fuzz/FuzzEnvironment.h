@@ -3,75 +3,42 @@
 // What the state-machine fuzzers share: virtual time that moves only when the input says so, a
 // scratch directory for the kernel nodes, and liblog and standard output kept quiet, so that
 // messages and listings cost no terminal time however often an input asks for them.
-#include <android/log.h>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <string>
-#include <system_error>
 
-#include "talvex/basics/CharacterDevice.h"
-#include "talvex/basics/Clock.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/VirtualClock.h"
 
 namespace FuzzEnvironment {
 
-// Far from zero: a zero time point means "no time taken yet" to the library.
-constexpr int64_t kStart_ns = 1000LL * 1000 * 1000 * 1000;
+// Set up on the first input, kept for the process.
+struct Environment {
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink log{TalvexHarness::LogSink::Mode::Discard};
+    TalvexHarness::NodeDirectory nodes;
+};
 
-inline std::atomic<int64_t>& nowNanoseconds() {
-    static std::atomic<int64_t> now{kStart_ns};
-    return now;
+inline Environment& environment() {
+    static Environment shared;
+    return shared;
 }
 
-inline Basics::TimePoint virtualNow() {
-    return Basics::TimePoint(std::chrono::nanoseconds(nowNanoseconds().load()));
-}
+// Called first by every input: restarts the clock.
+inline void Start() { environment().clock.Set(TalvexHarness::VirtualClock::kStart); }
 
 // Steps are at most about 18 minutes and the clock restarts with every input, so it never wraps.
 inline void Advance(uint64_t step_ns) {
-    nowNanoseconds().fetch_add(static_cast<int64_t>(step_ns & ((1ULL << 40) - 1)));
+    TalvexHarness::VirtualClock::Advance(
+        std::chrono::nanoseconds(static_cast<int64_t>(step_ns & ((1ULL << 40) - 1))));
 }
 
-inline void discardMessage(const struct __android_logger_data*, const char*) {}
-
-inline std::string& nodeDirectory() {
-    static std::string directory;
-    return directory;
-}
-
-inline void removeNodeDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(nodeDirectory(), ignored);
-}
-
-// Called first by every input: sets the process up once, then restarts the clock.
-inline void Start() {
-    static const bool ready = [] {
-        Basics::SetClockSource(&virtualNow);
-        __android_log_set_logger(&discardMessage);
-        // Memory-backed when possible, as sysfs is: a disk write per frame would set the pace.
-        std::error_code error;
-        const std::filesystem::path base = std::filesystem::is_directory("/dev/shm", error)
-                                               ? std::filesystem::path("/dev/shm")
-                                               : std::filesystem::temp_directory_path();
-        std::string pattern = (base / "talvex-fuzz-XXXXXX").string();
-        if (mkdtemp(pattern.data()) == nullptr) std::abort();
-        nodeDirectory() = pattern;
-        Basics::SetNodeDirectory(pattern);
-        std::atexit(&removeNodeDirectory);
-        return true;
-    }();
-    (void)ready;
-    nowNanoseconds().store(kStart_ns);
-}
-
-inline std::string NodePath(const char* node) { return nodeDirectory() + "/" + node; }
+inline std::string NodePath(const char* node) { return environment().nodes.NodePath(node); }
 
 // Standard output goes to /dev/null while alive; the listings write there.
 class QuietStdout {

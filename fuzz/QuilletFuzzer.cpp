@@ -50,9 +50,12 @@ void checkNode() {
                            std::istreambuf_iterator<char>());
     if (line.empty() || line == "\n") return;
     if (line.back() != '\n') __builtin_trap();
-    size_t fields = 1;
-    for (const char c : line) fields += c == ';' ? 1 : 0;
-    if (fields != 9) __builtin_trap();
+    size_t fields = 1, windowParts = 1;
+    for (const char c : line) {
+        fields += c == ';' ? 1 : 0;
+        windowParts += c == ',' && fields == 4 ? 1 : 0;
+    }
+    if (fields != 9 || windowParts != 4) __builtin_trap();
     if (line.find("-nan") != std::string::npos) __builtin_trap();
 }
 

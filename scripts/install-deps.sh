@@ -31,11 +31,14 @@ for set_name in "$@"; do
         fuzz)
             packages+=(clang libclang-rt-14-dev)
             ;;
+        lint)
+            packages+=(clang-tidy)
+            ;;
         tools)
             packages+=(valgrind parallel)
             ;;
         *)
-            echo "install-deps: unknown set '$set_name' (known: arm, fuzz, tools)" >&2
+            echo "install-deps: unknown set '$set_name' (known: arm, fuzz, lint, tools)" >&2
             exit 2
             ;;
     esac

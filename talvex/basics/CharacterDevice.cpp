@@ -40,7 +40,7 @@ void CharacterDevice::SetTargetStatus(const std::string& status) {
 
 void CharacterDevice::Update() {
     const TimePoint now = Now();
-    const float sinceLastRead_ms = static_cast<float>((now - lastReadTime).count()) / 1000000.0f;
+    const auto sinceLastRead_ms = static_cast<float>(ElapsedMs(lastReadTime, now));
     if (sinceLastRead_ms >= kRereadPeriod_ms) {
         updateDeviceStatus();
         lastReadTime = now;

@@ -17,6 +17,10 @@ TimePoint Now() {
 
 void SetClockSource(ClockSource source) { clockSource.store(source, std::memory_order_release); }
 
+double ElapsedMs(TimePoint since, TimePoint now) {
+    return static_cast<double>(static_cast<float>((now - since).count())) / 1e6;
+}
+
 bool IsDefaultTimestamp(const TimePoint& timePoint) {
     return timePoint.time_since_epoch().count() == 0;
 }

@@ -14,6 +14,10 @@ TimePoint Now();
 // source must be monotonic.
 void SetClockSource(ClockSource source);
 
+// Milliseconds from `since` to `now`. The nanoseconds pass through float on the way, as every
+// caller has always measured them; a float result is the float quotient exactly.
+double ElapsedMs(TimePoint since, TimePoint now);
+
 // True while a time point still holds its default-constructed value: no time taken yet.
 bool IsDefaultTimestamp(const TimePoint& timePoint);
 

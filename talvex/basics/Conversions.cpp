@@ -1,6 +1,7 @@
 #include "talvex/basics/Conversions.h"
 
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <sstream>
 #include <stdexcept>
@@ -13,6 +14,17 @@ bool allCharactersIn(const std::string& text, const char* characterSet) {
 }
 
 }  // namespace
+
+std::int32_t SaturatingTruncate(double value) {
+    if (std::isnan(value)) return 0;
+    if (value >= 2147483648.0) return INT32_MAX;
+    if (value <= -2147483648.0) return INT32_MIN;
+    return static_cast<std::int32_t>(value);
+}
+
+std::int32_t SaturatingTruncateNanToMinusOne(double value) {
+    return std::isnan(value) ? -1 : SaturatingTruncate(value);
+}
 
 bool IsAllElementDigit(const std::string& text) { return allCharactersIn(text, "0123456789"); }
 

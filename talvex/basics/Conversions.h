@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <type_traits>
@@ -25,6 +26,12 @@ std::vector<int> SplitStringToInt(const std::string& text, char delimiter);
 std::string StripSpecialCharactors(const std::string& text);
 
 std::string GetFileNameExtension(const std::string& fileName);
+
+// Truncation toward zero that saturates at the int32 range, as the target processor's conversion
+// does, instead of being undefined outside it. NaN gives 0.
+std::int32_t SaturatingTruncate(double value);
+// The same, except that NaN gives -1, for values where -1 already means "none".
+std::int32_t SaturatingTruncateNanToMinusOne(double value);
 
 // Reads one T with formatted stream extraction; throws std::invalid_argument when it fails.
 // Instantiated for int, unsigned int, float and bool.

@@ -40,7 +40,6 @@ class Log {
 #define TALVEX_LOGD(...) TALVEX_LOG_GATED(3, ANDROID_LOG_DEBUG, __VA_ARGS__)
 
 // For texts that are expensive to build: true when a message of that priority would be written.
-#define TALVEX_LOG_ENABLED_E() (::Basics::Log::LogLevel() >= 0)
 #define TALVEX_LOG_ENABLED_W() (::Basics::Log::LogLevel() >= 1)
 #define TALVEX_LOG_ENABLED_I() (::Basics::Log::LogLevel() >= 2)
 #define TALVEX_LOG_ENABLED_D() (::Basics::Log::LogLevel() >= 3)

@@ -12,7 +12,7 @@ void ClearableFrameLengthsQueue::SetFastestFPS(float fps) { fastestFPS = fps; }
 
 void ClearableFrameLengthsQueue::Update(float frameLength_s, float fps) {
     currentFrameLength = frameLength_s;
-    targetFPS = internal::TruncateToInt(fps);
+    targetFPS = Basics::SaturatingTruncate(fps);
     if (!(frameLength_s > 0.0f) || !(fps > 0.0f)) return;
 
     ++quotaCount;

@@ -7,7 +7,7 @@
 namespace Math {
 
 void EFPS_Counter::Update(float EFPS) {
-    ++map_from_EFPS_to_occurrences[internal::TruncateToInt(EFPS)];
+    ++map_from_EFPS_to_occurrences[Basics::SaturatingTruncate(EFPS)];
 }
 
 float EFPS_Counter::GetMostOccurredEFPS() const {

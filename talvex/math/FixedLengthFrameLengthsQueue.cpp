@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "talvex/basics/Conversions.h"
 #include "talvex/math/MathImpl.h"
 
 namespace Math {
@@ -23,7 +24,7 @@ void FixedLengthFrameLengthsQueue::Update(float frameLength_s, float fps) {
     if (!(frameLength_s > 0.0f) || !(fps > 0.0f)) return;
     encryptedQuota = 0;
     queueOfFrameLengths_s.push_back(frameLength_s);
-    targetFPS = internal::TruncateToInt(fps);
+    targetFPS = Basics::SaturatingTruncate(fps);
     while (queueOfFrameLengths_s.size() > length) queueOfFrameLengths_s.pop_front();
     const QuotaInfo info = CalculateQuota(queueOfFrameLengths_s, static_cast<float>(targetFPS));
     quota_s = info.quota_s;

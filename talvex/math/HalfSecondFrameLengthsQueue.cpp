@@ -17,7 +17,7 @@ void HalfSecondFrameLengthsQueue::Update(float frameLength_s, float fps) {
     const double expected_s = static_cast<double>(numberOfFrames) / fps;
     sumOfFrameLengths_s += frameLength_s;
     lastFrameLength = frameLength_s;
-    targetFPS = internal::TruncateToInt(fps);
+    targetFPS = Basics::SaturatingTruncate(fps);
     quota_s = static_cast<float>(expected_s - sumOfFrameLengths_s);
     fixQueueElementsAccordingToFrameLengths();
 }

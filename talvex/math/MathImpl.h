@@ -20,15 +20,6 @@ double SumInDouble(const Container& frameLengths_s) {
     return sum_s;
 }
 
-// Truncation toward zero that saturates like the target processor's conversion (NaN gives 0)
-// instead of being undefined outside the int32 range.
-inline int32_t TruncateToInt(float value) {
-    if (std::isnan(value)) return 0;
-    if (value >= 2147483648.0f) return std::numeric_limits<int32_t>::max();
-    if (value <= -2147483648.0f) return std::numeric_limits<int32_t>::min();
-    return static_cast<int32_t>(value);
-}
-
 // Whether the newest frame lasted longer than one period at targetFPS lowered by the tolerance.
 bool IsNewestFrameLong(const FrameLengthRing& frameLengths_s, int32_t targetFPS,
                        float toleranceFPS);

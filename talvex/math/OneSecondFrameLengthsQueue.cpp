@@ -1,5 +1,6 @@
 #include "talvex/math/OneSecondFrameLengthsQueue.h"
 
+#include "talvex/basics/Conversions.h"
 #include "talvex/math/MathImpl.h"
 
 namespace Math {
@@ -16,7 +17,7 @@ void OneSecondFrameLengthsQueue::Update(float frameLength_s, float fps) {
     if (!(frameLength_s > 0.0f) || !(fps > 0.0f)) return;
     encryptedQuota = 0;
     queueOfFrameLengths_s.push_back(frameLength_s);
-    targetFPS = internal::TruncateToInt(fps);
+    targetFPS = Basics::SaturatingTruncate(fps);
     const std::size_t framesPerSecond = static_cast<uint32_t>(targetFPS);
     while (queueOfFrameLengths_s.size() > framesPerSecond) queueOfFrameLengths_s.pop_front();
     const QuotaInfo info = CalculateQuota(queueOfFrameLengths_s, static_cast<float>(targetFPS));

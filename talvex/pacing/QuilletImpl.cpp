@@ -9,6 +9,8 @@
 #include <cstdio>
 
 #include "talvex/basics/CharacterDevice.h"
+#include "talvex/basics/Clock.h"
+#include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
 #include "talvex/basics/Trace.h"
 
@@ -22,25 +24,16 @@ double printable(float value) {
                              : static_cast<double>(value);
 }
 
-// Truncation toward zero that saturates like the target processor's conversion (NaN gives 0)
-// instead of being undefined outside the int32 range.
-int32_t toCounterValue(double value) {
-    if (std::isnan(value)) return 0;
-    if (value >= 2147483647.0) return std::numeric_limits<int32_t>::max();
-    if (value <= -2147483648.0) return std::numeric_limits<int32_t>::min();
-    return static_cast<int32_t>(value);
-}
-
 // The product is taken only while the tag is on.
 void traceScaled(const char* name, float value, double scale) {
     if (!Basics::IsTraceEnabled()) return;
-    atrace_int(TALVEX_TRACE_TAG, name, toCounterValue(value * scale));
+    atrace_int(TALVEX_TRACE_TAG, name, Basics::SaturatingTruncate(value * scale));
 }
 
 void traceMicroseconds(const char* name, float value_ms) { traceScaled(name, value_ms, 1000.0); }
 
 float elapsed_ms(Basics::TimePoint since, Basics::TimePoint now) {
-    return static_cast<float>((now - since).count()) / 1000000.0f;
+    return static_cast<float>(Basics::ElapsedMs(since, now));
 }
 
 }  // namespace

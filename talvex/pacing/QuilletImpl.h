@@ -61,8 +61,7 @@ class Quillet::QuilletImpl {
     void sendInfoToAI();
     void clearInfoNode();
     void clearSysTraceInfo();
-    // One open-truncate-write-close cycle; false when the node cannot be opened.
-    // A descriptor of the node truncated for writing, or -1.
+    // Opens the node truncated for writing, for one open-write-close cycle; -1 when it cannot.
     int openInfoNode() const;
     static void writeAndClose(int node, const char* text, std::size_t length);
     // attempt completes "Error occur while try to ...".

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <deque>
 #include <limits>
 #include <stdexcept>
@@ -139,6 +140,26 @@ TEST(GetKeyOfMaxValue, SmallestKeyAmongEqualMaxima) {
                      "\nError occur in GetKeyOfMaxValue(const DictionaryType& dictionary_):\n"
                      "\t The input Dictionary may be Empty!");
     }
+}
+
+TEST(SaturatingTruncate, TruncatesTowardZeroAndSaturatesNanPerVariant) {
+    const double nan = std::nan(""), inf = HUGE_VAL;
+    const struct {
+        double value;
+        std::int32_t truncated;
+    } rows[] = {{59.9, 59},
+                {-59.9, -59},
+                {2147483647.5, INT32_MAX},
+                {2147483648.0, INT32_MAX},
+                {-2147483648.5, INT32_MIN},
+                {inf, INT32_MAX},
+                {-inf, INT32_MIN}};
+    for (const auto& row : rows) {
+        EXPECT_EQ(Basics::SaturatingTruncate(row.value), row.truncated) << row.value;
+        EXPECT_EQ(Basics::SaturatingTruncateNanToMinusOne(row.value), row.truncated) << row.value;
+    }
+    EXPECT_EQ(Basics::SaturatingTruncate(nan), 0);
+    EXPECT_EQ(Basics::SaturatingTruncateNanToMinusOne(nan), -1);
 }
 
 }  // namespace

@@ -2,7 +2,8 @@
 
 #include <chrono>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Clock.h"
 #include "talvex/basics/Log.h"
 
@@ -10,8 +11,8 @@ namespace {
 
 class LogGate : public ::testing::Test {
   protected:
-    void TearDown() override { Basics::Log::SetLogLevel(2); }
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSwitchesScope switches;
+    TalvexHarness::LogSink logs;
 };
 
 TEST_F(LogGate, InitialLevelWritesInfoButNotDebug) {

@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "AllocationCounter.h"
+#include "harness/AllocationCounter.h"
 #include "talvex/math/ClearableFrameLengthsQueue.h"
 
 namespace {
@@ -116,7 +116,7 @@ TEST(ClearableFrameLengthsQueue, FastestRateBoundsAReasonableFrame) {
 TEST(ClearableFrameLengthsQueue, FeedingAFrameAllocatesNothing) {
     ClearableFrameLengthsQueue queue;
     char row[64];
-    TalvexTest::AllocationCounter allocations;
+    TalvexHarness::AllocationCounter allocations;
     for (int frame = 0; frame < 1000; ++frame) {
         queue.SetFastestFPS(60.0f);
         queue.Update(frame % 5 == 0 ? 0.03f : 0.016f, 60.0f);

@@ -2,7 +2,8 @@
 
 #include <initializer_list>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Log.h"
 #include "talvex/math/EFPS_Counter.h"
 #include "talvex/math/FramePredicates.h"
@@ -21,7 +22,7 @@ TEST(EFPS_Counter, MostFrequentTruncatedRateWinsAndTiesGoLow) {
 }
 
 TEST(EFPS_Counter, EmptyCounterFallsBackTo60WithTwoWarnings) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     Math::EFPS_Counter counter;
     counter.Update(30);
     EXPECT_EQ(counter.GetMostOccurredEFPS(), 30.0f);
@@ -32,9 +33,10 @@ TEST(EFPS_Counter, EmptyCounterFallsBackTo60WithTwoWarnings) {
     EXPECT_EQ(warnings[0].text, "[EFPS_Counter] Failed to get a reasonable EFPS...");
     EXPECT_EQ(warnings[1].text, "[EFPS_Counter] map_from_EFPS_to_occurrences = \t[\n\t  \n\t]\n");
 
-    Basics::Log::SetLogLevel(0);
-    EXPECT_EQ(Math::EFPS_Counter().GetMostOccurredEFPS(), 60.0f);
-    Basics::Log::SetLogLevel(2);
+    {
+        TalvexHarness::LogSwitchesScope errorsOnly(0);
+        EXPECT_EQ(Math::EFPS_Counter().GetMostOccurredEFPS(), 60.0f);
+    }
     EXPECT_EQ(logs.Messages().size(), 2u);
 }
 

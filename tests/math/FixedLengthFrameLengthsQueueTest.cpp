@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "AllocationCounter.h"
-#include "LogCapture.h"
+#include "harness/AllocationCounter.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Log.h"
 #include "talvex/math/FixedLengthFrameLengthsQueue.h"
 #include "talvex/math/OneSecondFrameLengthsQueue.h"
@@ -78,8 +79,8 @@ TEST(FixedLengthFrameLengthsQueue, DebugInfoShowsTheWindow) {
 
 // Forgiving whole periods of debt, for both queues that keep frames, with their own messages.
 TEST(FrameLengthsQueues, ForgiveWholePeriodsOnlyBelowMinusOnePeriod) {
-    TalvexTest::LogCapture logs;
-    Basics::Log::SetLogLevel(3);
+    TalvexHarness::LogSink logs;
+    TalvexHarness::LogSwitchesScope debug(3);
     FixedLengthFrameLengthsQueue queue(10);
     feed(queue, 9, 0.02f, 60.0f);
     queue.Update(0.021f, 60.0f);
@@ -103,10 +104,8 @@ TEST(FrameLengthsQueues, ForgiveWholePeriodsOnlyBelowMinusOnePeriod) {
     single.fixQueueElementsAccordingToQuota({-0.0333f, -0.0f, 0});
     EXPECT_EQ(single.GetLength(), 1u);
     EXPECT_FLOAT_EQ(single.CalculateAveragedFrameLength_s(), 1.0f / 60);
-    Basics::Log::SetLogLevel(2);
 
-    std::vector<std::string> texts;
-    for (const auto& m : logs.Find(ANDROID_LOG_DEBUG)) texts.push_back(m.text);
+    const std::vector<std::string> texts = logs.Texts(ANDROID_LOG_DEBUG);
     const std::string fixed = "[FixedLengthFrameLengthsQueue][fixQueueElementsAccordingToQuota] ";
     const std::string one = "[OneSecondFrameLengthsQueue][fixQueueElementsAccordingToQuota] ";
     EXPECT_EQ(texts,
@@ -146,7 +145,7 @@ TEST(OneSecondFrameLengthsQueue, WindowFollowsTheTarget) {
 TEST(FixedLengthFrameLengthsQueue, FeedingAFrameAllocatesNothing) {
     FixedLengthFrameLengthsQueue queue(4);
     {
-        TalvexTest::AllocationCounter allocations;
+        TalvexHarness::AllocationCounter allocations;
         for (int frame = 1; frame <= 1000; ++frame) {
             queue.Update(static_cast<float>(frame) * 1e-5f, 60.0f);
             if (frame % 100 == 50) queue.Reset();

@@ -8,11 +8,12 @@
 #include <memory>
 #include <sstream>
 
-#include "AllocationCounter.h"
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
-#include "TraceCapture.h"
+#include "harness/AllocationCounter.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/Trace.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
@@ -31,11 +32,7 @@ enum Field { kFrameLength = 3, kWindow, kQuota, kAveragedFPS, kCalibration, kTim
 
 class QuilletTest : public ::testing::Test {
   protected:
-    void SetUp() override {
-        Basics::Log::SetLogLevel(3);
-        quillet = std::make_unique<Quillet>();
-    }
-    void TearDown() override { Basics::Log::SetLogLevel(2); }
+    void SetUp() override { quillet = std::make_unique<Quillet>(); }
 
     Texts Fields() const {
         const std::string node = nodes.Read("egl_buf");
@@ -45,20 +42,14 @@ class QuilletTest : public ::testing::Test {
     // Sections as "[name" and "]", counters as "name=value".
     Texts Trace(bool countersOnly = false) const {
         Texts events;
-        for (const TalvexTest::TraceEvent& e : trace.Events()) {
-            if (e.kind == TalvexTest::TraceEvent::Kind::Counter) {
+        for (const TalvexHarness::TraceEvent& e : trace.Events()) {
+            if (e.kind == TalvexHarness::TraceEvent::Kind::Counter) {
                 events.push_back(e.name + "=" + std::to_string(e.value));
             } else if (!countersOnly) {
                 events.push_back(e.name.empty() ? "]" : "[" + e.name);
             }
         }
         return events;
-    }
-    Texts Logs(int priority, const std::string& fragment = "") const {
-        Texts texts;
-        for (const TalvexTest::LogMessage& m : logs.Find(priority, fragment))
-            texts.push_back(m.text);
-        return texts;
     }
     // One frame: `spent_ms` pass before the sleep calculation and `rest_ms` after it.
     float Frame(int target, double spent_ms, double rest_ms = 0.0, int refreshRate = 90) {
@@ -70,10 +61,11 @@ class QuilletTest : public ::testing::Test {
         return sleep_ms;
     }
 
-    TalvexTest::TempNodeDirectory nodes;
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
-    TalvexTest::TraceCapture trace;
+    TalvexHarness::LogSwitchesScope debug{3};
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
+    TalvexHarness::TraceCapture trace;
     std::unique_ptr<Quillet> quillet;
 };
 
@@ -91,7 +83,7 @@ TEST_F(QuilletTest, LifetimeClearsAndFirstFramesOnlyStartTheClock) {
          "AI - Quota (us)=0", "AI SleepCalibration (us)=-1000", "AI_Egl QuotaCounts=0",
          "AI Sleep duration (us)=0", "]", "[Quillet::PostUpdate()", "AI FrameLength (us)=0", "]"});
     EXPECT_EQ(Trace(), steps);
-    EXPECT_EQ(Logs(ANDROID_LOG_DEBUG),
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG),
               (Texts{"[Quillet] clearInfoNode while init",
                      "[Quillet][Update] self.SFPS=nan, TARGET_SFPS_=60, FASTEST_FPS_=90",
                      "[Quillet] set isExploring(=0) to false, due to TARGET_SFPS_=60.",
@@ -109,14 +101,14 @@ TEST_F(QuilletTest, LifetimeClearsAndFirstFramesOnlyStartTheClock) {
     quillet.reset();
     EXPECT_EQ(nodes.Read("egl_buf"), "\n");
     EXPECT_EQ(Trace(), kCleared);
-    EXPECT_EQ(Logs(ANDROID_LOG_DEBUG), Texts{"[Quillet] clearInfoNode while destruct"});
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG), Texts{"[Quillet] clearInfoNode while destruct"});
 }
 
 // The calibration survives a change of target, which empties both frame windows.
 TEST_F(QuilletTest, SleepAddsQuotaCalibrationAndWhatIsLeftOfThePeriod) {
     for (double spent_ms : {0.0, 20.0, 20.0}) Frame(60, spent_ms);  // the calibration to -1.1
     Frame(45, 0.0, 1000.0 / 60 - 2.0);
-    EXPECT_EQ(Logs(ANDROID_LOG_DEBUG, "sleepCalibrator"),
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "sleepCalibrator"),
               Texts{"[Quillet] clear sleepCalibrator because of targetSFPS change from 60.000000 "
                     "to 45"});
     EXPECT_EQ(nodes.Read("egl_buf").substr(0, 24), "45;90;20;0,0,inf,0;0;nan");
@@ -163,7 +155,7 @@ TEST_F(QuilletTest, TargetsFromMinusTenToTenSwitchPacingOffOnce) {
         quillet->Update(target, 90, 120);
         EXPECT_EQ(nodes.Read("egl_buf"), "\n");
         EXPECT_EQ(Trace(true), kCleared);
-        EXPECT_EQ(Logs(ANDROID_LOG_DEBUG, "not valid"),
+        EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "not valid"),
                   Texts{"[Quillet] clearInfoNode because of TARGET_SFPS_=" +
                         std::to_string(target) + " not valid."});
 
@@ -176,6 +168,11 @@ TEST_F(QuilletTest, TargetsFromMinusTenToTenSwitchPacingOffOnce) {
         EXPECT_NEAR(Frame(60, 0.0), 1000.0 / 60 - 1.0, 1e-3);
         EXPECT_EQ(nodes.Read("egl_buf"), "60;90;5;0,0,inf,0;0;nan;-1;0;15.67\n");
     }
+    // The edges of the range: 11 is held and -11 explores.
+    Frame(11, 0.0);
+    EXPECT_EQ(nodes.Read("egl_buf").substr(0, 3), "11;");
+    Frame(-11, 0.0);
+    EXPECT_EQ(nodes.Read("egl_buf").substr(0, 4), "-11;");
 }
 
 TEST_F(QuilletTest, ExploringMeasuresWithoutSleepingAndLeavesTheWindowsForTheSameRate) {
@@ -192,7 +189,7 @@ TEST_F(QuilletTest, ExploringMeasuresWithoutSleepingAndLeavesTheWindowsForTheSam
     EXPECT_EQ(Text(kAveragedFPS), "200");
     Texts exploring(3, "[Quillet] set isExploring(=1) to true, due to TARGET_SFPS_=-60.");
     exploring.push_back("[Quillet] set isExploring(=0) to false, due to TARGET_SFPS_=60.");
-    EXPECT_EQ(Logs(ANDROID_LOG_DEBUG, "set isExploring"), exploring);
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "set isExploring"), exploring);
 }
 
 TEST_F(QuilletTest, TargetAboveTheFastestRateHoldsTheFastestAndEmptiesTheWindows) {
@@ -209,15 +206,15 @@ TEST_F(QuilletTest, TargetAboveTheFastestRateHoldsTheFastestAndEmptiesTheWindows
         EXPECT_EQ(nodes.Read("egl_buf"), "50;50;5;0,0,inf,0;0;nan;-0.8;5;14.2\n");
         quillet->PostUpdate();
     }
-    EXPECT_EQ(Logs(ANDROID_LOG_WARN), Texts(3,
-                                            "[Quillet][updateStabilizedFPS] TargetStabilized"
-                                            "FPS(=60) > REFRESH_RATE(=50) is invalid!"));
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN), Texts(3,
+                                                  "[Quillet][updateStabilizedFPS] TargetStabilized"
+                                                  "FPS(=60) > REFRESH_RATE(=50) is invalid!"));
 }
 
 // A clock that moves 1 ms at every read: each frame end reads it twice and each sleep
 // calculation once, whether the reading is used or not.
 TEST_F(QuilletTest, ClockReadsDoNotDependOnThePacingState) {
-    static TalvexTest::ManualClock* ticking;
+    static TalvexHarness::VirtualClock* ticking;
     ticking = &clock;
     Basics::SetClockSource([] {
         ticking->AdvanceMs(1.0);
@@ -250,30 +247,13 @@ TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndAnUnopenableOneWarnsPerWrite) 
     const std::string failure = ":\n\t Failed to write info to node: '" + missing +
                                 "/egl_buf'\nPlease check the Kernel Version and wheter the node "
                                 "is valid.\n";
-    EXPECT_EQ(Logs(ANDROID_LOG_WARN),
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
               Texts{"[Quillet] Error occur while try to clear the info to Brain" + failure});
     logs.Clear();
     // 10 ms frames at 60: the quota grows by 6.667 ms a frame, the calibration by 0.1 ms.
     for (double sleep_ms : {0.0, 5.667, 12.433, 19.2}) EXPECT_NEAR(Frame(60, 10.0), sleep_ms, 1e-3);
-    EXPECT_EQ(Logs(ANDROID_LOG_WARN),
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
               Texts(4, "[Quillet] Error occur while try to send info to Brain" + failure));
-}
-
-TEST_F(QuilletTest, LongRunKeepsWellFormedLinesAndNonNegativeSleeps) {
-    Basics::Log::SetLogLevel(2);
-    const int targets[] = {60, 45, -60, 30, 120, 0, -30, 90, 11, -11};
-    uint32_t seed = 12345;
-    for (int frame = 0; frame < 10000; ++frame) {
-        seed = seed * 1664525u + 1013904223u;
-        const int target = targets[(frame / 250) % 10];
-        const float sleep_ms = Frame(target, (seed >> 8) % 40000 / 1000.0, (seed >> 4) % 16 * 0.5);
-        ASSERT_GE(sleep_ms, 0.0f) << frame;
-        const std::string node = nodes.Read("egl_buf");
-        if (node == "\n") continue;
-        ASSERT_EQ(node.find("-nan"), std::string::npos) << node;
-        ASSERT_EQ(Fields().size(), 9u) << node;
-        ASSERT_EQ(Basics::SplitString(Text(kWindow), ',').size(), 4u) << node;
-    }
 }
 
 // As a stream at precision 4 prints them, but a NaN with the sign bit (0/0 on x86-64) is "nan".
@@ -295,8 +275,9 @@ TEST(QuilletInfoLine, FloatsReadAsAStreamAtPrecisionFour) {
 
 // Trace off: the capture itself would allocate.
 TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
-    TalvexTest::TempNodeDirectory nodes;
-    TalvexTest::ManualClock clock;
+    TalvexHarness::LogSwitchesScope logSwitches;
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
     for (int run = 0; run < 4; ++run) {
         const bool nodePresent = run < 2;
         Basics::SetNodeDirectory(nodePresent ? nodes.Path() : nodes.Path() + "/missing");
@@ -310,12 +291,11 @@ TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
             quillet.PostUpdate();
         };
         frame(0);
-        TalvexTest::AllocationCounter allocations;
+        TalvexHarness::AllocationCounter allocations;
         for (int index = 1; index <= 1000; ++index) frame(index);
         EXPECT_EQ(allocations.Count(), 0u) << run;
         EXPECT_EQ(nodes.Exists(nodePresent ? "egl_buf" : "missing/egl_buf"), nodePresent);
     }
-    Basics::Log::SetLogLevel(2);
 }
 
 // Deadline pacing against a caller whose sleeps end 50-80 us late.
@@ -343,8 +323,8 @@ class DeadlineTest : public ::testing::Test {
         return std::stof(Basics::SplitString(nodes.Read("egl_buf"), ';').at(field - 1));
     }
 
-    TalvexTest::TempNodeDirectory nodes;
-    TalvexTest::ManualClock clock;
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
     std::unique_ptr<Quillet> quillet = std::make_unique<Quillet>(PacingPolicy::Deadline);
     uint32_t seed = 1;
     Basics::TimePoint lastEnd;

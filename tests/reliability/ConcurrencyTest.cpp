@@ -16,15 +16,20 @@
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/FpsManager.h"
 #include "talvex/pacing/Quillet.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
+
+using TalvexHarness::LogSink;
+using TalvexHarness::NodeDirectory;
+using TalvexHarness::VirtualClock;
 namespace {
 
 using android::FpsStabilizer::FpsManager;
@@ -37,10 +42,6 @@ constexpr int kPids[] = {4101, 4102};
 constexpr int kSenders = 4;
 constexpr int kRecordsPerSender = 10000;
 constexpr int kOpeningRecords = 500;
-
-UserSettings::UserSettingsCenter& Center() {
-    return UserSettings::UserSettingsCenter::GetInstance();
-}
 
 // Listings read the center without its lock, so the host keeps them, and everything that moves
 // the current PID, apart from other settings traffic. Writers go first, or four busy readers
@@ -164,9 +165,9 @@ SYS_INFO Reading(int tick) {
 }
 
 // The records listing of one PID, as the center writes it to the log.
-RecordsByKey ListedRecords(LogCapture& logs, int pid) {
+RecordsByKey ListedRecords(LogSink& logs, int pid) {
     logs.Clear();
-    Center().PrintUserSettingRecords(pid);
+    UserSettings::UserSettingsCenter::GetInstance().PrintUserSettingRecords(pid);
     const auto listings = logs.Find(ANDROID_LOG_INFO, "Game: " + std::to_string(pid) + " ");
     RecordsByKey listed;
     if (listings.size() != 1) return {{"<listings>", std::to_string(listings.size())}};
@@ -179,134 +180,108 @@ RecordsByKey ListedRecords(LogCapture& logs, int pid) {
     return listed;
 }
 
+// Four senders, two hosts and a render thread, started together. The gate and the model keep the
+// test's expectations in step with what the threads do to the center.
 class ReliabilityConcurrency : public ::testing::Test {
   protected:
     ReliabilityConcurrency() {
-        Center().ResetForTesting();
-        Basics::Log::SetLogLevel(1);
-    }
-    ~ReliabilityConcurrency() override {
-        Center().ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-        Basics::Log::SetDebug(false);
+        // Registration files under the process-wide current PID: build on one thread.
+        for (int i = 0; i < 2; ++i) {
+            managers[i] = std::make_unique<FpsManager>(kPids[i], 60);
+            model.Build(kPids[i]);
+        }
     }
 
-    ManualClock clock;
-    TempNodeDirectory nodes;
-    LogCapture logs;
-};
-
-TEST_F(ReliabilityConcurrency, SettingsTicksPausesAndFramesTogetherLoseNothing) {
-    SettingsGate gate;
-    CenterModel model;
-    std::unique_ptr<FpsManager> managers[2];
-    // Registration files under the process-wide current PID: build on one thread.
-    for (int i = 0; i < 2; ++i) {
-        managers[i] = std::make_unique<FpsManager>(kPids[i], 60);
-        model.Build(kPids[i]);
+    void WaitForGo() const {
+        while (!go) std::this_thread::yield();
     }
 
-    std::atomic<int> sendersLeft{kSenders};
-    std::atomic<int> sendersOpened{0};
-    std::atomic<int> publishedSFPS{-1};
-    std::atomic<bool> go{false};
-    std::vector<std::thread> threads;
-    int expectedRefusals[kSenders] = {};
-    int accepted[kSenders] = {};
-
-    for (int sender = 0; sender < kSenders; ++sender) {
-        threads.emplace_back([&, sender] {
-            while (!go) std::this_thread::yield();
-            uint32_t seed = 7919u * static_cast<uint32_t>(sender + 1);
-            int sent = 0;
-            while (sent < kRecordsPerSender) {
-                const uint32_t draw = NextDraw(seed);
-                const int door = draw % 2;
-                if (draw % 200 == 7) {
-                    // A listing goes alone, with nothing else in flight.
-                    const Step print = PrintSteps(draw >> 4)[(draw >> 6) % 2];
-                    gate.Lock();
-                    managers[door]->OnUserSettingParameters(
-                        std::make_shared<const std::vector<UserSetting>>(1, print.record));
-                    gate.Unlock();
-                    ++sent;
-                    continue;
-                }
-                // A run of records from one list: the sender's own keys four times in five.
-                const std::vector<Step> steps = (draw >> 3) % 5 == 0
-                                                    ? SharedSteps(draw >> 5)
-                                                    : ComponentSteps(sender, draw >> 5);
-                size_t first = (draw >> 9) % steps.size();
-                if (steps[first].record.key == "sfps" && steps[first].kind == Step::Component) {
-                    --first;  // the list it fits goes first
-                }
-                const size_t count =
-                    std::min<size_t>(steps.size() - first, kRecordsPerSender - sent);
-                const std::vector<Step> batch(steps.begin() + first, steps.begin() + first + count);
-                auto records = std::make_shared<std::vector<UserSetting>>();
-                for (const Step& step : batch) records->push_back(step.record);
-
-                gate.LockShared();
-                const int pid = model.currentPid;
-                const bool registered = model.IsRegistered(pid);
-                managers[door]->OnUserSettingParameters(records);
-                for (const Step& step : batch) {
-                    if (step.kind == Step::Refused ||
-                        (step.kind == Step::Component && !registered)) {
-                        ++expectedRefusals[sender];
-                    } else if (step.kind == Step::Component) {
-                        model.records[sender][pid][step.record.key] = step.record.value;
-                        ++accepted[sender];
-                    }
-                }
-                gate.UnlockShared();
-                if (sent < kOpeningRecords &&
-                    sent + static_cast<int>(batch.size()) >= kOpeningRecords) {
-                    ++sendersOpened;
-                }
-                sent += static_cast<int>(batch.size());
-            }
-            --sendersLeft;
-        });
-    }
-
-    // Each manager's host thread: ticks, and now and then a pause, a resume or a new manager.
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&, i] {
-            while (!go) std::this_thread::yield();
-            const int pid = kPids[i];
-            for (int tick = 0; sendersLeft > 0 || tick < 300; ++tick) {
-                clock.AdvanceMs(250);
-                managers[i]->Update(Reading(tick), 58 - tick % 7, 60);
-                managers[i]->PostUpdate();
-                if (i == 0) publishedSFPS = managers[i]->GetSFPS();
-                const int phase = (tick + 400 * i) % 997;
-                if (sendersOpened < kSenders) continue;
-                if (phase != 800 && phase != 880 && phase != 996 && tick % 3989 != 2000) continue;
+    // Sends kRecordsPerSender records through either manager, counting what must be refused and
+    // what accepted; a listing now and then, alone.
+    void SenderLoop(int sender) {
+        WaitForGo();
+        uint32_t seed = 7919u * static_cast<uint32_t>(sender + 1);
+        int sent = 0;
+        while (sent < kRecordsPerSender) {
+            const uint32_t draw = NextDraw(seed);
+            const int door = draw % 2;
+            if (draw % 200 == 7) {
+                const Step print = PrintSteps(draw >> 4)[(draw >> 6) % 2];
                 gate.Lock();
-                if (phase == 800) {
-                    managers[i]->OnPause();
-                    model.Forget(pid);
-                } else if (phase == 880) {
-                    managers[i]->OnResume(0);
-                    model.currentPid = pid;
-                } else {
-                    managers[i].reset();
-                    if (model.IsRegistered(pid)) model.Forget(pid);
-                    managers[i] = std::make_unique<FpsManager>(pid, 60);
-                    model.Build(pid);
-                }
+                managers[door]->OnUserSettingParameters(
+                    std::make_shared<const std::vector<UserSetting>>(1, print.record));
                 gate.Unlock();
+                ++sent;
+                continue;
             }
-        });
+            // A run of records from one list: the sender's own keys four times in five.
+            const std::vector<Step> steps =
+                (draw >> 3) % 5 == 0 ? SharedSteps(draw >> 5) : ComponentSteps(sender, draw >> 5);
+            size_t first = (draw >> 9) % steps.size();
+            if (steps[first].record.key == "sfps" && steps[first].kind == Step::Component) {
+                --first;  // the list it fits goes first
+            }
+            const size_t count = std::min<size_t>(steps.size() - first, kRecordsPerSender - sent);
+            const std::vector<Step> batch(steps.begin() + first, steps.begin() + first + count);
+            auto records = std::make_shared<std::vector<UserSetting>>();
+            for (const Step& step : batch) records->push_back(step.record);
+
+            gate.LockShared();
+            const int pid = model.currentPid;
+            const bool registered = model.IsRegistered(pid);
+            managers[door]->OnUserSettingParameters(records);
+            for (const Step& step : batch) {
+                if (step.kind == Step::Refused || (step.kind == Step::Component && !registered)) {
+                    ++expectedRefusals[sender];
+                } else if (step.kind == Step::Component) {
+                    model.records[sender][pid][step.record.key] = step.record.value;
+                    ++accepted[sender];
+                }
+            }
+            gate.UnlockShared();
+            if (sent < kOpeningRecords &&
+                sent + static_cast<int>(batch.size()) >= kOpeningRecords) {
+                ++sendersOpened;
+            }
+            sent += static_cast<int>(batch.size());
+        }
+        --sendersLeft;
+    }
+
+    // One manager's host thread: ticks, and once every sender has opened, now and then a pause,
+    // a resume or a new manager.
+    void HostLoop(int i) {
+        WaitForGo();
+        const int pid = kPids[i];
+        for (int tick = 0; sendersLeft > 0 || tick < 300; ++tick) {
+            clock.AdvanceMs(250);
+            managers[i]->Update(Reading(tick), 58 - tick % 7, 60);
+            managers[i]->PostUpdate();
+            if (i == 0) publishedSFPS = managers[i]->GetSFPS();
+            const int phase = (tick + 400 * i) % 997;
+            if (sendersOpened < kSenders) continue;
+            if (phase != 800 && phase != 880 && phase != 996 && tick % 3989 != 2000) continue;
+            gate.Lock();
+            if (phase == 800) {
+                managers[i]->OnPause();
+                model.Forget(pid);
+            } else if (phase == 880) {
+                managers[i]->OnResume(0);
+                model.currentPid = pid;
+            } else {
+                managers[i].reset();
+                if (model.IsRegistered(pid)) model.Forget(pid);
+                managers[i] = std::make_unique<FpsManager>(pid, 60);
+                model.Build(pid);
+            }
+            gate.Unlock();
+        }
     }
 
     // The game's render thread follows the first manager's decision, or walks through targets
     // of its own while there is none.
-    int frames = 0;
-    int badSleeps = 0;
-    threads.emplace_back([&] {
-        while (!go) std::this_thread::yield();
+    void RenderLoop() {
+        WaitForGo();
         Quillet quillet;
         const int ownTargets[] = {60, 45, -60, 30, 0, -30, 90, 11};
         for (; sendersLeft > 0 || frames < 2000; ++frames) {
@@ -318,8 +293,33 @@ TEST_F(ReliabilityConcurrency, SettingsTicksPausesAndFramesTogetherLoseNothing) 
             clock.AdvanceMs(sleep_ms);
             quillet.PostUpdate();
         }
-    });
+    }
 
+    TalvexHarness::SettingsCenterScope emptied;
+    TalvexHarness::LogSwitchesScope warnings{1};
+    VirtualClock clock;
+    NodeDirectory nodes;
+    LogSink logs;
+    SettingsGate gate;
+    CenterModel model;
+    std::unique_ptr<FpsManager> managers[2];
+    std::atomic<bool> go{false};
+    std::atomic<int> sendersLeft{kSenders};
+    std::atomic<int> sendersOpened{0};
+    std::atomic<int> publishedSFPS{-1};
+    int expectedRefusals[kSenders] = {};
+    int accepted[kSenders] = {};
+    int frames = 0;
+    int badSleeps = 0;
+};
+
+TEST_F(ReliabilityConcurrency, SettingsTicksPausesAndFramesTogetherLoseNothing) {
+    std::vector<std::thread> threads;
+    for (int sender = 0; sender < kSenders; ++sender) {
+        threads.emplace_back([this, sender] { SenderLoop(sender); });
+    }
+    for (int i = 0; i < 2; ++i) threads.emplace_back([this, i] { HostLoop(i); });
+    threads.emplace_back([this] { RenderLoop(); });
     go = true;
     for (std::thread& thread : threads) thread.join();
 

@@ -11,9 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
@@ -22,6 +23,10 @@
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
+
+using TalvexHarness::LogSink;
+using TalvexHarness::NodeDirectory;
+using TalvexHarness::VirtualClock;
 namespace {
 
 using android::FpsStabilizer::FpsManager;
@@ -68,12 +73,6 @@ bool WriteFails(const char* path) {
 
 class NodeFaultTest : public ::testing::Test {
   protected:
-    NodeFaultTest() {
-        UserSettings::UserSettingsCenter::GetInstance().ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-    }
-    ~NodeFaultTest() override { UserSettings::UserSettingsCenter::GetInstance().ResetForTesting(); }
-
     std::string NodePath(const std::string& node) const { return directory + "/" + node; }
 
     // Whole content, or "<missing>" when the node is not a file (reading a directory through a
@@ -104,9 +103,11 @@ class NodeFaultTest : public ::testing::Test {
         return sleep_ms;
     }
 
-    ManualClock clock;
-    TempNodeDirectory nodes;
-    LogCapture logs;
+    TalvexHarness::SettingsCenterScope emptied;
+    TalvexHarness::LogSwitchesScope logSwitches{2};
+    VirtualClock clock;
+    NodeDirectory nodes;
+    LogSink logs;
     std::string directory = nodes.Path();
 };
 

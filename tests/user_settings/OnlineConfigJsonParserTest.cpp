@@ -5,7 +5,8 @@
 #include <tuple>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Log.h"
 #include "talvex/user_settings/OnlineConfigJsonParser.h"
 
@@ -21,20 +22,14 @@ Triples recordsOf(const OnlineConfigJsonParser& parser) {
     return triples;
 }
 
-Strings textsOf(const TalvexTest::LogCapture& logs) {
-    Strings texts;
-    for (const auto& m : logs.Messages()) texts.push_back(m.text);
-    return texts;
-}
-
 const std::string REQUIRED = R"("pid": 1234, "lifeCycle": 1, "package": "a.b.c")";
 std::string document(const std::string& params) {
     return "{" + REQUIRED + R"(, "param": [)" + params + "]}";
 }
 
 TEST(OnlineConfigJsonParser, AcceptedDocuments) {
-    TalvexTest::LogCapture logs;
-    Basics::Log::SetLogLevel(3);
+    TalvexHarness::LogSink logs;
+    TalvexHarness::LogSwitchesScope debug(3);
     const std::vector<std::pair<std::string, Triples>> rows = {
         {document(R"({"param1": "stabilizer,gfps,25-30-40-60-max"},)"
                   R"({"param1": "stabilizer,sfps,0-0-35-50-0,stabilizer,explore_buffer_size,6"})"),
@@ -52,14 +47,13 @@ TEST(OnlineConfigJsonParser, AcceptedDocuments) {
         EXPECT_EQ(std::make_tuple(parser.GetPID(), parser.GetLifeCycle(), parser.GetTargetApp()),
                   std::make_tuple(1234, 1, std::string("a.b.c")));
         EXPECT_EQ(recordsOf(parser), records) << text;
-        EXPECT_EQ(textsOf(logs),
+        EXPECT_EQ(logs.Texts(TalvexHarness::kAnyPriority),
                   Strings{"[OnlineConfigJsonParser] Parse success JSON_TEXT = " + text});
     }
-    Basics::Log::SetLogLevel(2);
 }
 
 TEST(OnlineConfigJsonParser, RejectedDocumentsAreClearedAndLogged) {
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     // The document, and the piece a malformed command reports (nullptr: no command error).
     const std::vector<std::pair<std::string, const char*>> rows = {
         {R"({"pid": 5, "lifeCycle": 2})", nullptr},
@@ -90,7 +84,7 @@ TEST(OnlineConfigJsonParser, RejectedDocumentsAreClearedAndLogged) {
                                commandError);
         }
         expected.push_back("[OnlineConfigJsonParser] Parse error.JSON_TEXT=" + text);
-        EXPECT_EQ(textsOf(logs), expected);
+        EXPECT_EQ(logs.Texts(TalvexHarness::kAnyPriority), expected);
     }
 }
 

@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Exceptions.h"
 #include "talvex/basics/Log.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
@@ -38,11 +39,6 @@ std::string records(int pid, const std::string& entries) {
 
 class SettingsCenterTest : public ::testing::Test {
   protected:
-    void SetUp() override { center.ResetForTesting(); }
-    void TearDown() override {
-        center.ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-    }
     void recordInto(const std::string& category, const std::string& key, Strings& received) {
         center.RegisterUserSetting(
             key, [&received](std::string value) { received.push_back(value); }, category);
@@ -51,8 +47,7 @@ class SettingsCenterTest : public ::testing::Test {
     Strings apply(const UserSetting& setting) {
         logs.Clear();
         EXPECT_NO_THROW(center.OnUserSettingParameter(setting));
-        Strings texts;
-        for (const auto& m : logs.Find(ANDROID_LOG_ERROR)) texts.push_back(m.text);
+        const Strings texts = logs.Texts(ANDROID_LOG_ERROR);
         EXPECT_EQ(texts.size(), logs.Messages().size());
         return texts;
     }
@@ -74,8 +69,10 @@ class SettingsCenterTest : public ::testing::Test {
         return listing([&] { center.PrintUserSettingCandidates(); });
     }
 
+    TalvexHarness::LogSwitchesScope logSwitches;
+    TalvexHarness::SettingsCenterScope emptied;
     UserSettings::UserSettingsCenter& center = UserSettings::UserSettingsCenter::GetInstance();
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
 };
 
 TEST(IsResetCommand, OnlyTheThreeExactNames) {

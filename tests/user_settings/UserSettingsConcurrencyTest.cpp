@@ -6,7 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace {
@@ -15,9 +16,9 @@ namespace {
 // action and is recorded, or is reported as one error; none is lost and nothing deadlocks.
 TEST(SettingsCenterConcurrency, DispatchWhileRegisteringLosesNothing) {
     constexpr int kDispatchers = 4, kRegistrars = 2, kRecords = 400, kLateKeys = 100;
+    TalvexHarness::SettingsCenterScope emptied;
     UserSettings::UserSettingsCenter& center = UserSettings::UserSettingsCenter::GetInstance();
-    center.ResetForTesting();
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     center.OnCurrentBrainResume(42);
     std::vector<std::atomic<int>> earlyCalls(kDispatchers);
     for (int d = 0; d < kDispatchers; ++d) {
@@ -81,7 +82,6 @@ TEST(SettingsCenterConcurrency, DispatchWhileRegisteringLosesNothing) {
     }
     EXPECT_EQ(lateCalls, kRegistrars * kLateKeys);
     EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR), 0u);
-    center.ResetForTesting();
 }
 
 }  // namespace

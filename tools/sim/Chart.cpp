@@ -79,6 +79,17 @@ double niceStep(double span, int count) {
     return 10.0 * power;
 }
 
+// Grid values from low to high, high included despite rounding.
+std::vector<double> ticks(double low, double high, double step) {
+    std::vector<double> values;
+    double value = low;
+    while (value <= high + step / 1e6) {
+        values.push_back(value);
+        value += step;
+    }
+    return values;
+}
+
 Range niceRange(double low, double high, int count) {
     if (!(high > low)) high = low + 1.0;
     const double step = niceStep(high - low, count);
@@ -122,13 +133,12 @@ class Svg {
                 number(kPlotWidth) + "\" height=\"" + number(panel.height) +
                 "\" fill=\"none\" stroke=\"#999\"/>\n";
         const double valueStep = niceStep(panel.values.high - panel.values.low, 5);
-        for (double v = panel.values.low; v <= panel.values.high + valueStep / 1e6;
-             v += valueStep) {
+        for (const double v : ticks(panel.values.low, panel.values.high, valueStep)) {
             const double y = Y(panel, v);
             Line(kLeft, y, kLeft + kPlotWidth, y, "stroke=\"#e4e4e4\"");
             Text(kLeft - 6, y + 4, label(v), "end", 11);
         }
-        for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+        for (const double t : ticks(0.0, duration_s / timeUnit_s, timeStep)) {
             const double x = X(t * timeUnit_s);
             Line(x, panel.top, x, panel.top + panel.height, "stroke=\"#e4e4e4\"");
         }
@@ -223,7 +233,7 @@ void drawBound(Svg& svg, const Panel& panel, double value, const std::string& te
 
 void timeAxis(Svg& svg, const Panel& lowest, double duration_s, double timeUnit_s,
               double timeStep) {
-    for (double t = 0.0; t <= duration_s / timeUnit_s + timeStep / 1e6; t += timeStep) {
+    for (const double t : ticks(0.0, duration_s / timeUnit_s, timeStep)) {
         svg.Text(svg.X(t * timeUnit_s), lowest.top + lowest.height + 16, label(t), "middle", 11);
     }
     svg.Text(kLeft + kPlotWidth / 2.0, lowest.top + lowest.height + 38,
@@ -240,6 +250,72 @@ std::string document(const Svg& svg, double height, const std::string& title,
     header.Text(kLeft, 28, title, "start", 18, " font-weight=\"bold\"");
     header.Text(kLeft, 48, subtitle, "start", 12, " fill=\"#555\"");
     return out + header.body + svg.body + "</svg>\n";
+}
+
+// Shaded under every panel, so drawn first.
+void pauseBands(Svg& svg, const std::vector<TimelineRow>& rows, double tick_s, const Panel& first,
+                double bottom) {
+    const double top = first.top;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (!rows[i].paused) continue;
+        size_t last = i;
+        while (last + 1 < rows.size() && rows[last + 1].paused) ++last;
+        const double x1 = svg.X(std::max(0.0, rows[i].time_s - tick_s));
+        const double x2 = svg.X(rows[last].time_s);
+        svg.Raw("<rect x=\"" + number(x1) + "\" y=\"" + number(top) + "\" width=\"" +
+                number(x2 - x1) + "\" height=\"" + number(bottom - top) +
+                "\" fill=\"#eeeeee\"/>\n");
+        svg.Text((x1 + x2) / 2.0, top + first.height - 8, "paused", "middle", 11, " fill=\"#777\"");
+        i = last;
+    }
+}
+
+void frameRatePanel(Svg& svg, const Panel& fps, const std::vector<TimelineRow>& rows) {
+    const auto running = [](const TimelineRow& row) { return !row.paused; };
+    drawSeries(svg, fps,
+               {{"OFPS", "stroke=\"#8c8c8c\" stroke-width=\"1\"",
+                 lineRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r)) return std::nullopt;
+                              return r.ofps;
+                          })},
+                {"GFPS", "stroke=\"#1f77b4\" stroke-width=\"1.5\" stroke-dasharray=\"5,3\"",
+                 stepRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r) || r.gfps < 1) return std::nullopt;
+                              return r.gfps;
+                          })},
+                {"SFPS applied", "stroke=\"#d62728\" stroke-width=\"2.5\"",
+                 stepRuns(svg, fps, rows,
+                          [&](const TimelineRow& r) -> std::optional<double> {
+                              if (!running(r) || r.sfps < 1) return std::nullopt;
+                              return r.sfps;
+                          })},
+                {"SFPS while exploring (negative on the node)",
+                 "stroke=\"#9467bd\" stroke-width=\"1.2\" stroke-opacity=\"0.7\"",
+                 exploringMarks(svg, fps, rows)}});
+}
+
+void temperaturePanel(Svg& svg, const Panel& temperature, const std::vector<TimelineRow>& rows,
+                      double lowerBound_C, double upperBound_C) {
+    drawBound(svg, temperature, lowerBound_C, "lower bound " + label(lowerBound_C) + " \u00b0C");
+    drawBound(svg, temperature, upperBound_C, "upper bound " + label(upperBound_C) + " \u00b0C");
+    drawSeries(
+        svg, temperature,
+        {{"temperature", "stroke=\"#ff7f0e\" stroke-width=\"2\"",
+          lineRuns(svg, temperature, rows, [](const TimelineRow& r) -> std::optional<double> {
+              return r.temperature_C;
+          })}});
+}
+
+void currentPanel(Svg& svg, const Panel& current, const std::vector<TimelineRow>& rows,
+                  double threshold_mA) {
+    drawBound(svg, current, threshold_mA, "threshold " + label(threshold_mA) + " mA");
+    drawSeries(svg, current,
+               {{"current", "stroke=\"#2ca02c\" stroke-width=\"1.2\"",
+                 lineRuns(svg, current, rows, [](const TimelineRow& r) -> std::optional<double> {
+                     return r.current_mA;
+                 })}});
 }
 
 }  // namespace
@@ -273,65 +349,12 @@ std::string RenderChart(const ChartInput& input) {
                         "Electric current (mA)"};
     const double height = current.top + current.height + 50.0;
 
-    // Pauses first, under everything else.
-    for (size_t i = 0; i < rows.size(); ++i) {
-        if (!rows[i].paused) continue;
-        size_t last = i;
-        while (last + 1 < rows.size() && rows[last + 1].paused) ++last;
-        const double x1 = svg.X(std::max(0.0, rows[i].time_s - input.tick_s));
-        const double x2 = svg.X(rows[last].time_s);
-        svg.Raw("<rect x=\"" + number(x1) + "\" y=\"" + number(fps.top) + "\" width=\"" +
-                number(x2 - x1) + "\" height=\"" + number(current.top + current.height - fps.top) +
-                "\" fill=\"#eeeeee\"/>\n");
-        svg.Text((x1 + x2) / 2.0, fps.top + fps.height - 8, "paused", "middle", 11,
-                 " fill=\"#777\"");
-        i = last;
-    }
+    pauseBands(svg, rows, input.tick_s, fps, current.top + current.height);
     for (const Panel* panel : {&fps, &temperature, &current}) svg.Frame(*panel, timeStep);
-
-    const auto running = [](const TimelineRow& row) { return !row.paused; };
-    drawSeries(svg, fps,
-               {{"OFPS", "stroke=\"#8c8c8c\" stroke-width=\"1\"",
-                 lineRuns(svg, fps, rows,
-                          [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r)) return std::nullopt;
-                              return r.ofps;
-                          })},
-                {"GFPS", "stroke=\"#1f77b4\" stroke-width=\"1.5\" stroke-dasharray=\"5,3\"",
-                 stepRuns(svg, fps, rows,
-                          [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r) || r.gfps < 1) return std::nullopt;
-                              return r.gfps;
-                          })},
-                {"SFPS applied", "stroke=\"#d62728\" stroke-width=\"2.5\"",
-                 stepRuns(svg, fps, rows,
-                          [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r) || r.sfps < 1) return std::nullopt;
-                              return r.sfps;
-                          })},
-                {"SFPS while exploring (negative on the node)",
-                 "stroke=\"#9467bd\" stroke-width=\"1.2\" stroke-opacity=\"0.7\"",
-                 exploringMarks(svg, fps, rows)}});
-
-    drawBound(svg, temperature, input.temperatureLowerBound_C,
-              "lower bound " + label(input.temperatureLowerBound_C) + " \u00b0C");
-    drawBound(svg, temperature, input.temperatureUpperBound_C,
-              "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
-    drawSeries(
-        svg, temperature,
-        {{"temperature", "stroke=\"#ff7f0e\" stroke-width=\"2\"",
-          lineRuns(svg, temperature, rows, [](const TimelineRow& r) -> std::optional<double> {
-              return r.temperature_C;
-          })}});
-
-    drawBound(svg, current, input.currentThreshold_mA,
-              "threshold " + label(input.currentThreshold_mA) + " mA");
-    drawSeries(svg, current,
-               {{"current", "stroke=\"#2ca02c\" stroke-width=\"1.2\"",
-                 lineRuns(svg, current, rows, [](const TimelineRow& r) -> std::optional<double> {
-                     return r.current_mA;
-                 })}});
-
+    frameRatePanel(svg, fps, rows);
+    temperaturePanel(svg, temperature, rows, input.temperatureLowerBound_C,
+                     input.temperatureUpperBound_C);
+    currentPanel(svg, current, rows, input.currentThreshold_mA);
     timeAxis(svg, current, duration_s, timeUnit_s, timeStep);
     return document(svg, height, input.title, input.subtitle);
 }
@@ -409,8 +432,7 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
     const auto x = [&](double temperature_C) { return svg.X(temperature_C - temperatures.low); };
     svg.Frame(fps, temperatureStep);
     const double bottom = fps.top + fps.height;
-    for (double t = temperatures.low; t <= temperatures.high + temperatureStep / 1e6;
-         t += temperatureStep) {
+    for (const double t : ticks(temperatures.low, temperatures.high, temperatureStep)) {
         svg.Text(x(t), bottom + 16, label(t), "middle", 11);
     }
     svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38, "peak temperature (\u00b0C)", "middle", 12);

@@ -10,10 +10,10 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "harness/LogSink.h"
 #include "tools/sim/Compare.h"
 #include "tools/sim/DefaultScenario.h"
 #include "tools/sim/InputError.h"
-#include "tools/sim/LibraryLog.h"
 #include "tools/sim/OutputFiles.h"
 #include "tools/sim/Progress.h"
 #include "tools/sim/ReplayLog.h"
@@ -294,7 +294,7 @@ int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
 
 int RunCommandLine(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err) {
     // The library logs while the scenario is loaded too; keep that off the terminal.
-    LibraryLog quiet;
+    TalvexHarness::LogSink quiet{TalvexHarness::LogSink::Mode::Discard};
     try {
         if (!arguments.empty() &&
             (arguments[0] == "sweep" || arguments[0] == "merge" || arguments[0] == "sweep-run")) {

@@ -5,10 +5,10 @@
 #include <exception>
 #include <memory>
 
+#include "harness/LogSink.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
-#include "tools/sim/LibraryLog.h"
 
 namespace TalvexSim {
 namespace {
@@ -69,7 +69,8 @@ class ScratchEvaluator {
     }
 
   private:
-    LibraryLog quiet;  // declared first: it outlives the evaluator's last message
+    // Declared first: it outlives the evaluator's last message.
+    TalvexHarness::LogSink quiet{TalvexHarness::LogSink::Mode::Discard};
     int refreshRate_Hz;
     std::unique_ptr<GfpsEvaluator> evaluator;
 };

@@ -32,7 +32,8 @@ constexpr Field unreadable() {
 // Raised, and kept below the unreadable value so that a spike never reads as a failed read.
 template <typename Field>
 Field raised(Field value, double by) {
-    const auto ceiling = static_cast<double>(unreadable<Field>() / 2);
+    const Field half = unreadable<Field>() / 2;
+    const auto ceiling = static_cast<double>(half);
     const double result = static_cast<double>(value) + by;
     return result >= ceiling ? static_cast<Field>(ceiling)
                              : static_cast<Field>(std::llround(result));
@@ -45,7 +46,7 @@ std::string othersText(const std::string& node, int pid) {
 
 }  // namespace
 
-FaultInjector::FaultInjector(const Scenario& scenario, NodeDirectory& nodes_)
+FaultInjector::FaultInjector(const Scenario& scenario, TalvexHarness::NodeDirectory& nodes_)
     : nodes(nodes_), pid(scenario.pid), random(DeriveSeed(scenario.seed, kStormStream)) {
     for (const FaultEvent& event : scenario.faults) {
         const std::int64_t start = toNs(event.at_s);

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
+#include "harness/NodeDirectory.h"
 #include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
 #include "tools/sim/FaultOutcome.h"
-#include "tools/sim/NodeDirectory.h"
 #include "tools/sim/Random.h"
 #include "tools/sim/Scenario.h"
 
@@ -31,7 +31,7 @@ class FaultInjector {
     using SettingList = std::vector<UserSettings::UserSetting>;
     static constexpr std::int64_t kNever = std::numeric_limits<std::int64_t>::max();
 
-    FaultInjector(const Scenario& scenario, NodeDirectory& nodes);
+    FaultInjector(const Scenario& scenario, TalvexHarness::NodeDirectory& nodes);
 
     // Virtual time of the next start, end, rewrite or storm record.
     std::int64_t NextDue_ns() const { return nextDue_ns; }
@@ -80,7 +80,7 @@ class FaultInjector {
     void checkNode(std::int64_t time, int sfps, int gfps);
     void updateNextDue();
 
-    NodeDirectory& nodes;
+    TalvexHarness::NodeDirectory& nodes;
     int pid;
     Random random;
     std::vector<State> states;

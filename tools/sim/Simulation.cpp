@@ -5,6 +5,10 @@
 #include <cstdlib>
 #include <deque>
 
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/FpsManager.h"
 #include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
@@ -13,10 +17,7 @@
 #include "tools/sim/Faults.h"
 #include "tools/sim/GameModel.h"
 #include "tools/sim/InputError.h"
-#include "tools/sim/LibraryLog.h"
-#include "tools/sim/NodeDirectory.h"
 #include "tools/sim/Random.h"
-#include "tools/sim/VirtualClock.h"
 
 namespace TalvexSim {
 namespace {
@@ -64,10 +65,8 @@ class Session {
     Session(const Scenario& scenario_, const RunOptions& options, int refreshRate_Hz,
             bool withManager)
         : scenario(scenario_),
-          nodes(options.nodeDirectory),
-          trace(std::make_unique<TraceRecorder>(options.frameDetail)),
-          savedLevel(Basics::Log::LogLevel()),
-          savedDebug(Basics::Log::IsDebug()) {
+          nodes(options.nodeDirectory, TalvexHarness::WriteCounting::On),
+          trace(std::make_unique<TraceRecorder>(options.frameDetail)) {
         log.SetStampWithVirtualTime(true);
         log.SetSink(options.logSink);
         ApplyToBounds(bounds, scenario.settings);
@@ -87,8 +86,6 @@ class Session {
         quillet.reset();
         if (manager) manager->OnPause();
         if (trace) trace->Deactivate();
-        Basics::Log::SetLogLevel(savedLevel);
-        Basics::Log::SetDebug(savedDebug);
     }
 
     // The host pauses a manager before destroying it, so that the settings center forgets
@@ -169,9 +166,10 @@ class Session {
     int Sfps() const { return manager ? manager->GetSFPS() : -1; }
 
     const Scenario& scenario;
-    VirtualClock clock;
-    LibraryLog log;
-    NodeDirectory nodes;
+    TalvexHarness::LogSwitchesScope logSwitches{Basics::Log::LogLevel(), Basics::Log::IsDebug()};
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink log{TalvexHarness::LogSink::Mode::Lines};
+    TalvexHarness::NodeDirectory nodes;
     std::unique_ptr<TraceRecorder> trace;
     std::unique_ptr<FpsManager> manager;
     std::unique_ptr<Quillet> quillet;
@@ -190,9 +188,6 @@ class Session {
             }
         }
     }
-
-    int savedLevel;
-    bool savedDebug;
 };
 
 class ClosedLoop {
@@ -350,7 +345,7 @@ class ClosedLoop {
                 continue;
             }
             if (row > time) break;
-            session.clock.Set(nextRow_ns);
+            session.clock.AdvanceTo(nextRow_ns);
             if (!scenario.tickEveryFrame) {
                 periodicTick(nextRow_ns);
             } else if (paused) {
@@ -364,12 +359,12 @@ class ClosedLoop {
             }
             nextRow_ns += row_ns;
         }
-        session.clock.Set(time);
+        session.clock.AdvanceTo(time);
     }
 
     // The injector's actions at their own time, between the loop's row times and ticks.
     void runFaults(std::int64_t time) {
-        session.clock.Set(time);
+        session.clock.AdvanceTo(time);
         session.trace->SetTrack(TraceTrack::Host);
         const bool nodeChanged =
             faults.RunDue(time, session.Counts(),
@@ -616,11 +611,11 @@ RunResult RunReplay(const Scenario& scenario, const std::vector<ReplayTick>& tic
                secondsToNs(scenario.events[nextEvent].at_s) <= time) {
             const ScenarioEvent& event = scenario.events[nextEvent++];
             if (event.type == EventType::Settings) {
-                session.clock.Set(secondsToNs(event.at_s));
+                session.clock.AdvanceTo(secondsToNs(event.at_s));
                 session.ApplyEvent(event, result);
             }
         }
-        session.clock.Set(time);
+        session.clock.AdvanceTo(time);
         SYS_INFO info{};
         info.electricCurrent_uA = tick.current_uA;
         info.temperature_mC = tick.temperature_mC;

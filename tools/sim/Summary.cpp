@@ -81,7 +81,8 @@ std::string FormatSummary(const Summary& summary, const SummaryContext& context)
         format("%.0f s simulated in ", context.simulated_s) + format("%.2f s", context.wall_s);
     if (summary.frames > 0 && context.wall_s > 0.0) {
         speed += ", " + grouped(summary.frames) + " frames, " +
-                 grouped(static_cast<std::uint64_t>(summary.frames / context.wall_s)) +
+                 grouped(static_cast<std::uint64_t>(static_cast<double>(summary.frames) /
+                                                    context.wall_s)) +
                  " frames per wall second";
     }
     text += line("run", speed);

@@ -28,7 +28,7 @@ namespace {
 
 // A child's stderr beyond this is dropped: the message is for a person, and a run that loops
 // printing must not grow the worker.
-constexpr size_t kMessageLimit = 64 * 1024;
+constexpr size_t kMessageLimit = size_t{64} * 1024;
 
 std::vector<std::string> split(const std::string& text, char separator) {
     std::vector<std::string> pieces;

@@ -302,7 +302,7 @@ size_t SweepResult::Count(const std::string& status) const {
 std::vector<size_t> ParetoFront(const std::vector<std::pair<double, double>>& points) {
     std::vector<size_t> front;
     for (size_t i = 0; i < points.size(); ++i) {
-        const auto& [low, high] = points[i];
+        const double low = points[i].first, high = points[i].second;
         const bool beaten = std::any_of(points.begin(), points.end(), [&](const auto& other) {
             return other.first <= low && other.second >= high &&
                    (other.first < low || other.second > high);

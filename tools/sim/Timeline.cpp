@@ -23,7 +23,8 @@ std::string quoted(const std::string& text) {
 }
 
 double nearestRank(const std::vector<float>& sorted, double percent) {
-    const auto rank = static_cast<size_t>(std::ceil(percent / 100.0 * sorted.size()));
+    const auto rank =
+        static_cast<size_t>(std::ceil(percent / 100.0 * static_cast<double>(sorted.size())));
     return sorted[std::max<size_t>(rank, 1) - 1];
 }
 

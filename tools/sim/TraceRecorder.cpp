@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Clock.h"
-#include "tools/sim/VirtualClock.h"
 
 namespace TalvexSim {
 namespace {
@@ -18,8 +18,6 @@ constexpr std::int64_t kLeastGapBetweenWindows_ns = 60'000'000'000;
 // Viewers cannot open the trace of a whole day, and a long run must not grow without bound:
 // only the first hour is traced.
 constexpr std::int64_t kTracedSpan_ns = 3600'000'000'000;
-
-std::atomic<TraceRecorder*> activeRecorder{nullptr};
 
 std::string jsonString(const std::string& text) {
     std::string quoted = "\"";
@@ -53,17 +51,8 @@ TraceRecorder::TraceRecorder(FrameDetail detail_)
 
 TraceRecorder::~TraceRecorder() { Deactivate(); }
 
-TraceRecorder* TraceRecorder::Active() { return activeRecorder.load(std::memory_order_acquire); }
-
-void TraceRecorder::Activate() { activeRecorder.store(this, std::memory_order_release); }
-
-void TraceRecorder::Deactivate() {
-    TraceRecorder* self = this;
-    activeRecorder.compare_exchange_strong(self, nullptr);
-}
-
 std::int64_t TraceRecorder::now() const {
-    return (Basics::Now() - VirtualClock::ToTimePoint(0)).count();
+    return TalvexHarness::VirtualClock::SinceStart_ns(Basics::Now());
 }
 
 std::uint16_t TraceRecorder::intern(const char* name) {

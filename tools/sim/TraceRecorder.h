@@ -7,6 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "harness/Trace.h"
+
 namespace TalvexSim {
 
 // Which thread of the simulated game process a library call runs on.
@@ -25,26 +27,19 @@ struct TraceNames {
 };
 
 // Collects the library's trace sections and counters as the library emits them, on virtual
-// time, and writes them in the Chrome trace-event format. The program's interposed libcutils
-// entry points forward to the active recorder; tests call the same operations directly.
-class TraceRecorder {
+// time, and writes them in the Chrome trace-event format, while active; tests call the same
+// operations directly.
+class TraceRecorder : public TalvexHarness::TraceReceiver {
   public:
     explicit TraceRecorder(FrameDetail detail);
-    ~TraceRecorder();
-    TraceRecorder(const TraceRecorder&) = delete;
-    TraceRecorder& operator=(const TraceRecorder&) = delete;
-
-    // The recorder the entry points forward to; null while none is active.
-    static TraceRecorder* Active();
-    void Activate();
-    void Deactivate();
+    ~TraceRecorder() override;
 
     void SetTrack(TraceTrack track) { currentTrack = track; }
     // A host that ticks every frame is kept like the frames.
     void SetHostAtFrameRate(bool atFrameRate) { hostAtFrameRate = atFrameRate; }
-    void Begin(const char* name);
-    void End();
-    void Counter(const char* name, std::int32_t value);
+    void Begin(const char* name) override;
+    void End() override;
+    void Counter(const char* name, std::int32_t value) override;
 
     // The render thread gets a new pacing target at that time.
     void MarkTargetChange(std::int64_t time_ns);

@@ -9,6 +9,10 @@
 namespace android {
 namespace FpsStabilizer {
 
+// Opens the DEBUG line that ends every tick, followed by the EFPS the tick settled on: the only
+// place the manager states it, so hosts and tools that want it read it there.
+inline constexpr char kFinalEfpsLinePrefix[] = "[FpsManager] Finally, EFPS = ";
+
 // Decides, tick by tick, the frame rate one game is stabilized at and publishes it in the
 // efps_max node. The host creates one manager per game process and calls Update then PostUpdate
 // once per tick, from one thread at a time; settings may arrive on another thread. Nothing thrown

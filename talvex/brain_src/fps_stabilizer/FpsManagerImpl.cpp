@@ -90,7 +90,7 @@ void FpsManager::FpsManagerImpl::forgetUserSettings() {
     try {
         settingsCenter().OnCurrentBrainDie(pid);
     } catch (...) {
-        // The center reports its own failures; a destructor has nowhere to send one.
+        // The center reports its own failures; the constructor rethrows what made it fail.
     }
 }
 
@@ -185,7 +185,7 @@ void FpsManager::FpsManagerImpl::updateSFPS(int sfps) {
         TALVEX_LOGD("[FpsManager][updateSFPS] In deciding Stabilized FPS:\n%s",
                     explainSfpsDecision().c_str());
     }
-    TALVEX_LOGD("[FpsManager] Finally, EFPS = %d", currentEFPS);
+    TALVEX_LOGD("%s%d", kFinalEfpsLinePrefix, currentEFPS);
 }
 
 std::string FpsManager::FpsManagerImpl::explainSfpsDecision() const {
@@ -213,7 +213,8 @@ std::string FpsManager::FpsManagerImpl::explainSfpsDecision() const {
 }
 
 void FpsManager::FpsManagerImpl::updateFrameStabilizedInfoToNode() {
-    // Three ints fit a buffer on the stack; the text stays short enough not to allocate.
+    // Three ints fit a buffer on the stack. The std::string it is passed as allocates once the
+    // text outgrows the short-string buffer: 10 characters in 32-bit libc++, so a five-digit PID.
     char text[3 * 12];
     std::snprintf(text, sizeof(text), "%d,%d,%d", pid, GetSFPS(), currentGFPS);
     efpsMaxDevice.SetTargetStatus(text);

@@ -37,7 +37,6 @@ class FpsManager::FpsManagerImpl {
 
     int GetGFPS() const { return currentGFPS; }
     int GetSFPS() const;
-    bool IsStabilizingFPS() const { return GetSFPS() > 0; }
 
     void SetDoesUseLowerBoundToStabilize(std::string const& value);
 

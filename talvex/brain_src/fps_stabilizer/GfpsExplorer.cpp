@@ -22,17 +22,7 @@ std::string refusalOf(const char* setter, const std::string& value) {
 
 // Halves away from zero. A zero-length frame gives an infinite rate, which an int cannot hold
 // (the conversion would be undefined), so it saturates; NaN is unknown.
-int roundToInt(double value) {
-    if (std::isnan(value)) return -1;
-    const double rounded = std::round(value);
-    if (rounded >= static_cast<double>(std::numeric_limits<int>::max())) {
-        return std::numeric_limits<int>::max();
-    }
-    if (rounded <= static_cast<double>(std::numeric_limits<int>::min())) {
-        return std::numeric_limits<int>::min();
-    }
-    return static_cast<int>(rounded);
-}
+int roundToInt(double value) { return Basics::SaturatingTruncateNanToMinusOne(std::round(value)); }
 
 }  // namespace
 
@@ -54,7 +44,7 @@ void GfpsExplorer::initDictionaryOfUserSettingActions() {
 }
 
 double GfpsExplorer::elapsed_ms() const {
-    return static_cast<float>((Basics::Now() - statusStartTime).count()) / 1000000.0;
+    return Basics::ElapsedMs(statusStartTime, Basics::Now());
 }
 
 bool GfpsExplorer::collect(float FRAME_LENGTH_S_, const char* statusName) {

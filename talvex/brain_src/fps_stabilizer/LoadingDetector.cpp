@@ -7,20 +7,14 @@
 #include <cstdlib>
 #include <utility>
 
+#include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
 
 namespace android {
 namespace FpsStabilizer {
 namespace {
 
-// Float to integer conversions saturate: out of range (or NaN) they would be undefined.
-int truncateToInt(float value) {
-    if (std::isnan(value)) return -1;
-    if (value <= -2147483648.0f) return INT_MIN;
-    if (value >= 2147483648.0f) return INT_MAX;
-    return static_cast<int>(value);
-}
-
+// Saturates: out of range (or NaN) the conversion would be undefined.
 std::uint64_t truncateToCpuUtil(float value) {
     if (!(value > 0.0f)) return 0;
     if (value >= 18446744073709551616.0f) return UINT64_MAX;
@@ -67,10 +61,10 @@ void LoadingDetector::Update(SYS_INFO const& info, float frameLength_s, float ef
     }
 
     if (!ofpsQueue.empty() && static_cast<float>(ofpsQueue.back()) != ofps) ofpsQueue.clear();
-    ofpsQueue.push_back(truncateToInt(ofps));
+    ofpsQueue.push_back(Basics::SaturatingTruncateNanToMinusOne(ofps));
     while (ofpsQueue.size() > ofpsQueueCapacity) ofpsQueue.pop_front();
 
-    lastEFPS = truncateToInt(efps);
+    lastEFPS = Basics::SaturatingTruncateNanToMinusOne(efps);
 }
 
 void LoadingDetector::PostUpdate(float efps) {

@@ -63,19 +63,11 @@ void setTunable(std::atomic<float>& tunable, const std::string& value, float def
 }
 
 float millisecondsSince(Basics::TimePoint since, Basics::TimePoint now) {
-    return static_cast<float>((now - since).count()) / 1e6f;
+    return static_cast<float>(Basics::ElapsedMs(since, now));
 }
 
 int wholeSecondsSince(Basics::TimePoint since) {
     return static_cast<int>((Basics::Now() - since).count() / 1000000000);
-}
-
-// Float to int, truncating, without undefined behaviour: saturates at the int range, NaN gives 0.
-int toIntSaturated(float value) {
-    if (std::isnan(value)) return 0;
-    if (value >= 2147483648.0f) return std::numeric_limits<int>::max();
-    if (value <= -2147483648.0f) return std::numeric_limits<int>::min();
-    return static_cast<int>(value);
 }
 
 int clampSFPS(int sfps, int lowerBound, int GFPS) {
@@ -208,12 +200,12 @@ void SfpsDeciderAccordingToTemperature::SetTemperatureUpperBound(const std::stri
 void SfpsDeciderAccordingToTemperature::start(int GFPS, float sfpsLowerBound) {
     GFPS_ = GFPS;
     currentSFPS = GFPS;
-    SFPS_LOWER_BOUND_ = toIntSaturated(sfpsLowerBound);
+    SFPS_LOWER_BOUND_ = Basics::SaturatingTruncate(sfpsLowerBound);
 }
 
 void SfpsDeciderAccordingToTemperature::resume(int GFPS, float sfpsLowerBound, float temperature) {
     GFPS_ = GFPS;
-    SFPS_LOWER_BOUND_ = toIntSaturated(sfpsLowerBound);
+    SFPS_LOWER_BOUND_ = Basics::SaturatingTruncate(sfpsLowerBound);
     currentSFPS = searchForBalancedSFPS(temperature);
     targetSFPS = currentSFPS;
 }
@@ -226,7 +218,7 @@ int SfpsDeciderAccordingToTemperature::searchForBalancedSFPS(float temperature) 
     const float m = static_cast<float>(-fpsSpan / static_cast<double>(temperatureSpan));
     const float b = static_cast<float>(SFPS_LOWER_BOUND_) - TEMPERATURE_UPPER_BOUND.load() * m;
     // A missing (NaN) reading yields 0 here, so a walk that meets one heads for the lower bound.
-    const int raw = toIntSaturated(std::round(b + m * temperature));
+    const int raw = Basics::SaturatingTruncate(std::round(b + m * temperature));
     const int balanced = truncateSFPS(raw);
     TALVEX_LOGD(
         "[SfpsDeciderAccordingToTemperature][searchForBalancedSFPS] m=%f, b=%f, targetSFPS=%d, "
@@ -399,7 +391,7 @@ void SfpsDeciderAccordingToElectricCurrent::SetTimeToStayInGfpsAtLeast(const std
 void SfpsDeciderAccordingToElectricCurrent::start(int GFPS, float sfpsLowerBound) {
     GFPS_ = GFPS;
     currentSFPS = GFPS;
-    SFPS_LOWER_BOUND_ = toIntSaturated(sfpsLowerBound);
+    SFPS_LOWER_BOUND_ = Basics::SaturatingTruncate(sfpsLowerBound);
 }
 
 void SfpsDeciderAccordingToElectricCurrent::truncateSFPS() {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "GfpsTestSupport.h"
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/brain_src/fps_stabilizer/FpsCandidates.h"
 
 namespace {
@@ -41,7 +41,7 @@ TEST(ParseGfpsList, RefusedTextsNameTheirFaultAfterLoggingThePieces) {
                text + "'\n\t\t FASTEST_FPS_ = " + refreshRate + "\n";
     };
     const std::string conversion = "<std::invalid_argument>";
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     for (const auto& row : std::vector<std::pair<std::string, std::string>>{
              {"9-30", start + "9-30'\n\t invalid TargetValue: '9" + belowTen},
              {"1e2", start + "1e2'\n\t invalid TargetValue: '1e2" + belowTen},

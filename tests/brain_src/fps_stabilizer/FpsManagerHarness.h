@@ -7,15 +7,21 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
-#include "TempNodeDirectory.h"
-#include "TraceCapture.h"
+#include "harness/LogSink.h"
+#include "harness/NodeDirectory.h"
+#include "harness/Scopes.h"
+#include "harness/Trace.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/FpsManager.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
+
+using TalvexHarness::LogSink;
+using TalvexHarness::NodeDirectory;
+using TalvexHarness::TraceCapture;
+using TalvexHarness::VirtualClock;
 
 using android::FpsStabilizer::FpsManager;
 using Records = std::shared_ptr<const std::vector<UserSettings::UserSetting>>;
@@ -37,16 +43,6 @@ inline UserSettings::UserSettingsCenter& Center() {
 // captured. Managers live inside the tests, so they are gone before the center is cleaned.
 class FpsManagerTest : public ::testing::Test {
   protected:
-    FpsManagerTest() {
-        Center().ResetForTesting();
-        Basics::Log::SetLogLevel(3);
-    }
-    ~FpsManagerTest() override {
-        Center().ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-        Basics::Log::SetDebug(false);
-    }
-
     // One host tick after the given time, with a CPU load so light that the loading detectors
     // never talk the EFPS down; returns the node's text.
     std::string Tick(FpsManager& manager, int ofps, float celsius = 30.0f, float mA = 1000.0f,
@@ -62,22 +58,20 @@ class FpsManagerTest : public ::testing::Test {
     }
     // The EFPS the last tick settled on, from its closing message.
     std::string FinalEFPS() const {
-        const auto finals = logs.Find(ANDROID_LOG_DEBUG, "[FpsManager] Finally, EFPS = ");
-        return finals.empty() ? "<none>" : finals.back().text.substr(29);
+        const std::string prefix = android::FpsStabilizer::kFinalEfpsLinePrefix;
+        const auto finals = logs.Texts(ANDROID_LOG_DEBUG, prefix);
+        return finals.empty() ? "<none>" : finals.back().substr(prefix.size());
     }
     size_t Logged(const std::string& text, int priority = ANDROID_LOG_DEBUG) const {
         return logs.Count(priority, text);
     }
-    std::vector<std::string> Errors() const {
-        std::vector<std::string> texts;
-        for (const LogMessage& message : logs.Find(ANDROID_LOG_ERROR))
-            texts.push_back(message.text);
-        return texts;
-    }
+    std::vector<std::string> Errors() const { return logs.Texts(ANDROID_LOG_ERROR); }
 
-    ManualClock clock;
-    TempNodeDirectory nodes;
-    LogCapture logs;
+    TalvexHarness::SettingsCenterScope emptied;
+    TalvexHarness::LogSwitchesScope debug{3};
+    VirtualClock clock;
+    NodeDirectory nodes;
+    LogSink logs;
     TraceCapture trace;
 };
 

@@ -1,15 +1,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cmath>
 #include <initializer_list>
 #include <string>
-#include <thread>
 
 #include "GfpsTestSupport.h"
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 
@@ -41,8 +40,8 @@ class GfpsEvaluatorTest : public ::testing::Test {
         return result;
     }
 
-    TalvexTest::FreshSettingsCenter center;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::SettingsCenterScope center;
+    TalvexHarness::LogSink logs;
     android::FpsStabilizer::GfpsEvaluator evaluator{120};
 };
 
@@ -70,19 +69,19 @@ TEST_F(GfpsEvaluatorTest, NearestCandidateFavoursTheLowerNeighbour) {
 TEST_F(GfpsEvaluatorTest, LowerBoundsFitTheGfpsListAndAreRaisedToTheMidpoint) {
     EXPECT_EQ(RefusalOf([&] { evaluator.SetSfpsLowerBoundCandidates("0-50"); }),
               SfpsRefusal("0-50", "0, 50"));
-    center.Send("gfps", "30-60");
-    center.Send("sfps_lower_bound", "0-50");
+    center.Set("stabilizer", "gfps", "30-60");
+    center.Set("stabilizer", "sfps_lower_bound", "0-50");
     EXPECT_EQ(Tick({39, 40}), "30/0 60/50");
-    center.Send("sfps", "0-58");
+    center.Set("stabilizer", "sfps", "0-58");
     EXPECT_EQ(evaluator.GetSfpsLowerBound(), -1);  // until the next tick
     EXPECT_EQ(Tick({60}), "60/58");
     EXPECT_EQ(RefusalOf([&] { evaluator.SetSfpsLowerBoundCandidates("0-61"); }),
               SfpsRefusal("0-61", "0, 61"));
     EXPECT_EQ(Tick({60}), "60/58");
 
-    center.Send("efps", "30-60-90");  // the SFPS list no longer fits
+    center.Set("stabilizer", "efps", "30-60-90");  // the SFPS list no longer fits
     EXPECT_EQ(Tick({60}), "60/-1");
-    center.Send("ofps_max", "0-40-85");
+    center.Set("stabilizer", "ofps_max", "0-40-85");
     EXPECT_EQ(logs.Count(ANDROID_LOG_INFO,
                          "[GfpsEvaluator][SetSfpsLowerBoundCandidates]\t Note: at setting index = "
                          "1, with targetSFPS = 40\n\t Unable to adopt this setting due to the "
@@ -126,37 +125,6 @@ TEST_F(GfpsEvaluatorTest, ResetsRefusalsAndMax) {
     EXPECT_EQ(Tick({60}, 90), "120/-1");
     evaluator.SetGfpsCandidates("30-max");
     EXPECT_EQ(Tick({80}, 90), "90/-1");
-}
-
-// Run under the thread sanitizer: settings arrive on another thread than the ticks.
-TEST(GfpsConcurrency, TicksWhileSettingsArrive) {
-    TalvexTest::LogCapture logs;
-    TalvexTest::FreshSettingsCenter center;
-    TalvexTest::ManualClock clock;
-    android::FpsStabilizer::GfpsEvaluator evaluator(120);
-    android::FpsStabilizer::GfpsExplorer explorer;
-    std::atomic<bool> done{false};
-    std::thread settings([&] {
-        const char* const sent[][2] = {
-            {"gfps", "30-60"}, {"sfps", "0-50"}, {"ex_du", "1"}, {"ex_buf", "2"}};
-        for (int i = 0; i < 500; ++i) {
-            for (const auto& setting : sent) center.Send(setting[0], i % 2 ? setting[1] : "reset");
-        }
-        done = true;
-    });
-    while (!done) {
-        evaluator.Update(60, 120);
-        EXPECT_TRUE(evaluator.IsMaxGFPS(60));
-        EXPECT_THAT(evaluator.GetNearestGFPS(), ::testing::AnyOf(60, -1));
-        clock.AdvanceMs(1.0);
-        explorer.Update(60, 0.0166667f);
-    }
-    settings.join();
-    explorer.Reset();  // the last values sent: a wait of 1 ms and 3 lengths
-    clock.AdvanceMs(1.0);
-    explorer.Update(60, NAN);
-    for (int i = 0; i < 3; ++i) explorer.Update(30, 0.0166667f);
-    EXPECT_EQ(explorer.GetStatus(), android::FpsStabilizer::GfpsExplorer::Finishing);
 }
 
 }  // namespace

@@ -6,8 +6,9 @@
 #include <vector>
 
 #include "GfpsTestSupport.h"
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsExplorer.h"
 
@@ -19,11 +20,7 @@ constexpr float kNaN = NAN, k60Hz = 0.0166667f;
 
 class GfpsExplorerTest : public ::testing::Test {
   protected:
-    void SetUp() override { Basics::Log::SetLogLevel(3); }
-    void TearDown() override {
-        Basics::Log::SetLogLevel(2);
-        Basics::Log::SetDebug(false);
-    }
+    TalvexHarness::LogSwitchesScope debug{3};
 
     GfpsExplorer::Status Tick(int gfps, float length_s = kNaN, double advance_ms = 0.0) {
         clock.AdvanceMs(advance_ms);
@@ -45,9 +42,9 @@ class GfpsExplorerTest : public ::testing::Test {
         return std::to_string(waited_ms) + "/" + std::to_string(lengths);
     }
 
-    TalvexTest::FreshSettingsCenter center;
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::SettingsCenterScope center;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
     GfpsExplorer explorer;
 };
 
@@ -149,10 +146,10 @@ TEST_F(GfpsExplorerTest, SettersRefuseBadValuesAndBufferSizeStoresOneMore) {
 
     for (const char* key : {"explore_duration_ms", "ExploreDuration_ms", "ex_du",
                             "explore_buffer_size", "ExploreBufferSize", "ex_buf"}) {
-        center.Send(key, "3");
+        center.Set("stabilizer", key, "3");
         const bool isBuffer = std::string(key).find("uf") != std::string::npos;
         EXPECT_EQ(Cycle(), isBuffer ? "2000/4" : "3/7") << key;
-        center.Send(key, "reset");
+        center.Set("stabilizer", key, "reset");
     }
 }
 

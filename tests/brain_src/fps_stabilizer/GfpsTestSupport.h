@@ -5,7 +5,6 @@
 #include <string>
 
 #include "talvex/basics/Exceptions.h"
-#include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace TalvexTest {
 
@@ -23,16 +22,5 @@ inline std::string RefusalOf(const std::function<void()>& action) {
     }
     return "<no exception>";
 }
-
-// Declared before the components under test, so that they register with an empty center and
-// leave none of their actions behind.
-struct FreshSettingsCenter {
-    FreshSettingsCenter() { UserSettings::UserSettingsCenter::GetInstance().ResetForTesting(); }
-    ~FreshSettingsCenter() { UserSettings::UserSettingsCenter::GetInstance().ResetForTesting(); }
-    static void Send(const std::string& key, const std::string& value) {
-        UserSettings::UserSettingsCenter::GetInstance().OnUserSettingParameter(
-            {"stabilizer", key, value});
-    }
-};
 
 }  // namespace TalvexTest

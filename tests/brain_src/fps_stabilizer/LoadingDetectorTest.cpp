@@ -5,7 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/LoadingDetector.h"
 
@@ -18,8 +19,7 @@ constexpr std::uint64_t kBusy = 3000000000ULL;  // above the minimum a reset lea
 
 class LoadingDetectorTest : public ::testing::Test {
   protected:
-    void SetUp() override { Basics::Log::SetLogLevel(3); }
-    void TearDown() override { Basics::Log::SetLogLevel(2); }
+    TalvexHarness::LogSwitchesScope debug{3};
 
     // Ticks whose final EFPS is the one they started with; the last one's answer. Frames of
     // 0.01 s keep the quota positive, one of 1 s makes it negative.
@@ -40,7 +40,7 @@ class LoadingDetectorTest : public ::testing::Test {
         return logs.Count(ANDROID_LOG_DEBUG, "[SystemInfo][LoadingDetector] " + fragment);
     }
 
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSink logs;
     LoadingDetector detector{&LoadingDetector::ExtractCpuUtils_ByMaxAlgorithm};
 };
 

@@ -4,12 +4,12 @@
 #include <cmath>
 #include <string>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/SfpsDecider.h"
-#include "talvex/user_settings/UserSettingsCenter.h"
 
 namespace {
 
@@ -17,29 +17,11 @@ using Temperature = android::FpsStabilizer::SfpsDeciderAccordingToTemperature;
 using Current = android::FpsStabilizer::SfpsDeciderAccordingToElectricCurrent;
 const float kNaN = std::nanf("");
 
-UserSettings::UserSettingsCenter& center() {
-    return UserSettings::UserSettingsCenter::GetInstance();
-}
-void apply(const std::string& category, const std::string& key, const std::string& value) {
-    center().OnUserSettingParameter({category, key, value});
-}
-
-// Cleans the center before the deciders register with it, under one game's PID.
-struct FreshSettingsCenter {
-    FreshSettingsCenter() {
-        center().ResetForTesting();
-        center().OnCurrentBrainResume(4242);
-    }
-};
+const auto apply = &TalvexHarness::SettingsCenterScope::Set;
 
 // Both deciders on virtual time.
 class SfpsDecider : public ::testing::Test {
   protected:
-    // The center must forget the actions before the deciders they point at go.
-    ~SfpsDecider() override {
-        center().ResetForTesting();
-        Basics::Log::SetLogLevel(2);
-    }
     void heat(double seconds, float celsius, int GFPS = 60, int lowerBound = 45) {
         clock.AdvanceSeconds(seconds);
         temperature.Update(GFPS, lowerBound, celsius);
@@ -58,9 +40,11 @@ class SfpsDecider : public ::testing::Test {
         ASSERT_EQ(current.GetSFPS(), 60);
     }
 
-    FreshSettingsCenter freshSettingsCenter;
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::LogSwitchesScope logSwitches;
+    // Under one game's PID, declared before the deciders: they register with an empty center.
+    TalvexHarness::SettingsCenterScope center{4242};
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
     Temperature temperature;
     Current current;
 };

@@ -3,8 +3,9 @@
 #include <cmath>
 #include <string>
 
-#include "LogCapture.h"
-#include "ManualClock.h"
+#include "harness/LogSink.h"
+#include "harness/Scopes.h"
+#include "harness/VirtualClock.h"
 #include "talvex/basics/Log.h"
 #include "talvex/brain_src/fps_stabilizer/SystemInfo.h"
 
@@ -17,8 +18,7 @@ const SYS_INFO kIdle{}, kLightBySumOnly{0, 0, {}, {5, 5, 5, 0}, 0};
 
 class SystemInfoTest : public ::testing::Test {
   protected:
-    void SetUp() override { Basics::Log::SetLogLevel(3); }
-    void TearDown() override { Basics::Log::SetLogLevel(2); }
+    TalvexHarness::LogSwitchesScope debug{3};
 
     // One tick whose final EFPS is what the EFPS rule chose.
     int Tick(int ofps, const SYS_INFO& info = kIdle) {
@@ -30,8 +30,8 @@ class SystemInfoTest : public ::testing::Test {
         return logs.Count(ANDROID_LOG_DEBUG, "[SystemInfo@Stabilizer]" + text);
     }
 
-    TalvexTest::ManualClock clock;
-    TalvexTest::LogCapture logs;
+    TalvexHarness::VirtualClock clock;
+    TalvexHarness::LogSink logs;
     android::FpsStabilizer::SystemInfo systemInfo;
 };
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "LogCapture.h"
+#include "harness/LogSink.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
 #include "tools/sim/EffectiveFloor.h"
@@ -169,7 +169,7 @@ UserSettings::UserSetting record(const std::string& key, const std::string& valu
 }
 
 TEST(ReportTest, FloorComesFromTheEvaluatorAndLeavesOtherActionsInPlace) {
-    const TalvexTest::LogCapture log;
+    const TalvexHarness::LogSink log;
     auto& center = UserSettings::UserSettingsCenter::GetInstance();
     // Another game's evaluator, registered before and used after.
     center.OnCurrentBrainResume(4321);

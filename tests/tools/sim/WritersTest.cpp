@@ -7,13 +7,13 @@
 #include <stdexcept>
 
 #include "SimTestSupport.h"
+#include "harness/VirtualClock.h"
 #include "tools/sim/Chart.h"
 #include "tools/sim/OutputFiles.h"
 #include "tools/sim/Simulation.h"
 #include "tools/sim/Summary.h"
 #include "tools/sim/Timeline.h"
 #include "tools/sim/TraceRecorder.h"
-#include "tools/sim/VirtualClock.h"
 
 namespace TalvexSim {
 namespace {
@@ -106,11 +106,11 @@ class TraceRecorderTest : public ::testing::Test {
   protected:
     // One frame on the render track: a section, a counter inside it.
     void frameAt(TraceRecorder& recorder, std::int64_t time_ns) {
-        clock.Set(time_ns);
+        clock.AdvanceTo(time_ns);
         recorder.SetTrack(TraceTrack::Render);
         recorder.Begin("Quillet::PostUpdate()");
         recorder.Counter("AI FrameLength (us)", 16667);
-        clock.Set(time_ns + 1000);
+        clock.AdvanceTo(time_ns + 1000);
         recorder.End();
     }
 
@@ -126,16 +126,16 @@ class TraceRecorderTest : public ::testing::Test {
         return found;
     }
 
-    VirtualClock clock;
+    TalvexHarness::VirtualClock clock;
 };
 
 TEST_F(TraceRecorderTest, SectionsBecomeCompleteEventsOnVirtualTimeWithTheirThreads) {
     TraceRecorder recorder(FrameDetail::All);
-    clock.Set(2'500'000);
+    clock.AdvanceTo(2'500'000);
     recorder.SetTrack(TraceTrack::Host);
     recorder.Begin("FpsManager::Update()");
     recorder.Counter("AI SFPS", 45);
-    clock.Set(2'500'250);
+    clock.AdvanceTo(2'500'250);
     recorder.End();
     recorder.End();  // unbalanced ends are ignored
     const Json::Value trace = written(recorder);

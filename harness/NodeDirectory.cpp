@@ -1,4 +1,4 @@
-#include "tools/sim/NodeDirectory.h"
+#include "harness/NodeDirectory.h"
 
 #include <fcntl.h>
 #include <sys/inotify.h>
@@ -15,17 +15,20 @@
 
 #include "talvex/basics/CharacterDevice.h"
 
-namespace TalvexSim {
+namespace TalvexHarness {
 namespace {
 
 std::string makeTemporaryDirectory() {
     std::vector<std::string> parents;
-    if (access("/dev/shm", W_OK) == 0) parents.emplace_back("/dev/shm");
+    std::error_code notThere;
+    if (access("/dev/shm", W_OK) == 0 && std::filesystem::is_directory("/dev/shm", notThere)) {
+        parents.emplace_back("/dev/shm");
+    }
     std::error_code error;
     const std::filesystem::path temporary = std::filesystem::temp_directory_path(error);
     parents.push_back(error ? "/tmp" : temporary.string());
     for (const std::string& parent : parents) {
-        std::string pattern = parent + "/talvex-sim-XXXXXX";
+        std::string pattern = parent + "/talvex-nodes-XXXXXX";
         if (mkdtemp(pattern.data()) != nullptr) return pattern;
     }
     throw std::runtime_error(std::string("cannot create a temporary node directory: ") +
@@ -59,7 +62,7 @@ void replaceWithLink(const std::string& target, const std::string& path) {
 
 }  // namespace
 
-NodeDirectory::NodeDirectory(const std::string& chosen)
+NodeDirectory::NodeDirectory(const std::string& chosen, WriteCounting counting)
     : previousNodeDirectory(Basics::NodeDirectory()) {
     if (chosen.empty()) {
         path = makeTemporaryDirectory();
@@ -73,7 +76,7 @@ NodeDirectory::NodeDirectory(const std::string& chosen)
         }
         path = chosen;
     }
-    watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    if (counting == WriteCounting::On) watch = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (watch >= 0 && inotify_add_watch(watch, path.c_str(), IN_CLOSE_WRITE) < 0) {
         close(watch);
         watch = -1;
@@ -99,10 +102,28 @@ NodeDirectory::~NodeDirectory() {
 }
 
 std::string NodeDirectory::Read(const std::string& node) const {
-    std::ifstream file(path + "/" + node);
+    // Reading a directory through a stream buffer throws.
+    std::error_code notThere;
+    if (!std::filesystem::is_regular_file(NodePath(node), notThere)) return "";
+    std::ifstream file(NodePath(node), std::ios::binary);
     std::ostringstream content;
     content << file.rdbuf();
     return content.str();
+}
+
+bool NodeDirectory::Exists(const std::string& node) const {
+    std::error_code ignored;
+    return std::filesystem::exists(NodePath(node), ignored);
+}
+
+void NodeDirectory::Write(const std::string& node, const std::string& content) const {
+    std::ofstream file(NodePath(node), std::ios::binary | std::ios::trunc);
+    file << content;
+}
+
+void NodeDirectory::Remove(const std::string& node) const {
+    std::error_code ignored;
+    std::filesystem::remove(NodePath(node), ignored);
 }
 
 void NodeDirectory::CountWrites() {
@@ -167,4 +188,4 @@ void NodeDirectory::WriteAsOther(const std::string& node, const std::string& tex
     ++othersWrites[node];
 }
 
-}  // namespace TalvexSim
+}  // namespace TalvexHarness

@@ -5,26 +5,34 @@
 #include <optional>
 #include <string>
 
-namespace TalvexSim {
+namespace TalvexHarness {
 
-// The directory that stands in for the kernel module's parameter folder while a simulation
-// runs: the library's nodes are created there, and every completed write to one is counted.
-// By default a fresh directory on a RAM-backed file system when there is one (the pacing node is
-// written every frame, which is a hundred times slower on a disk-backed temporary directory),
-// removed afterwards; a directory the user names is kept, so the last node texts can be read.
+enum class WriteCounting { Off, On };
+
+// The directory that stands in for the kernel module's parameter folder while alive: the
+// library creates its nodes there. By default a fresh directory on a RAM-backed file system when
+// there is one, else in the temporary directory (the pacing node is written every frame, which is
+// a hundred times slower on a disk), removed afterwards; a directory the caller names is kept, so
+// the last node texts can be read. The previous node directory is restored on destruction.
 class NodeDirectory {
   public:
-    explicit NodeDirectory(const std::string& chosen = "");
+    explicit NodeDirectory(const std::string& chosen = "",
+                           WriteCounting counting = WriteCounting::Off);
     ~NodeDirectory();
     NodeDirectory(const NodeDirectory&) = delete;
     NodeDirectory& operator=(const NodeDirectory&) = delete;
 
     const std::string& Path() const { return path; }
+    std::string NodePath(const std::string& node) const { return path + "/" + node; }
     // Whole content of a node; empty when it does not exist.
     std::string Read(const std::string& node) const;
+    bool Exists(const std::string& node) const;
+    // Writes as the library does (no counting correction); see WriteAsOther.
+    void Write(const std::string& node, const std::string& content) const;
+    void Remove(const std::string& node) const;
 
-    // Takes in the writes made since the last call; call it often enough for the kernel's
-    // event queue not to fill up.
+    // With WriteCounting::On: takes in the writes made since the last call; call it often
+    // enough for the kernel's event queue not to fill up.
     void CountWrites();
     // Completed writes to a node so far, by the library; nothing when they could not be counted.
     std::optional<std::uint64_t> Writes(const std::string& node) const;
@@ -51,4 +59,4 @@ class NodeDirectory {
     std::map<std::string, bool> broken;
 };
 
-}  // namespace TalvexSim
+}  // namespace TalvexHarness
