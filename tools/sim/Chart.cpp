@@ -231,13 +231,24 @@ void drawBound(Svg& svg, const Panel& panel, double value, const std::string& te
              " fill=\"#d62728\" stroke=\"white\" stroke-width=\"3\" paint-order=\"stroke\"");
 }
 
-void timeAxis(Svg& svg, const Panel& lowest, double duration_s, double timeUnit_s,
-              double timeStep) {
-    for (const double t : ticks(0.0, duration_s / timeUnit_s, timeStep)) {
-        svg.Text(svg.X(t * timeUnit_s), lowest.top + lowest.height + 16, label(t), "middle", 11);
+// The time axis of a chart: minutes from three minutes on, about ten labelled steps.
+struct TimeScale {
+    double duration_s;
+    double unit_s;
+    double step;
+};
+
+TimeScale timeScaleFor(double duration_s) {
+    const double unit_s = duration_s >= 180.0 ? 60.0 : 1.0;
+    return {duration_s, unit_s, niceStep(duration_s / unit_s, 10)};
+}
+
+void timeAxis(Svg& svg, const Panel& lowest, const TimeScale& scale) {
+    for (const double t : ticks(0.0, scale.duration_s / scale.unit_s, scale.step)) {
+        svg.Text(svg.X(t * scale.unit_s), lowest.top + lowest.height + 16, label(t), "middle", 11);
     }
     svg.Text(kLeft + kPlotWidth / 2.0, lowest.top + lowest.height + 38,
-             timeUnit_s > 1.0 ? "time (min)" : "time (s)", "middle", 12);
+             scale.unit_s > 1.0 ? "time (min)" : "time (s)", "middle", 12);
 }
 
 std::string document(const Svg& svg, double height, const std::string& title,
@@ -337,10 +348,8 @@ std::string RenderChart(const ChartInput& input) {
         highestCurrent = std::max(highestCurrent, row.current_mA);
     }
 
-    const bool minutes = duration_s >= 180.0;
-    const double timeUnit_s = minutes ? 60.0 : 1.0;
-    const double timeStep = niceStep(duration_s / timeUnit_s, 10);
-    Svg svg(duration_s, timeUnit_s);
+    const TimeScale scale = timeScaleFor(duration_s);
+    Svg svg(scale.duration_s, scale.unit_s);
 
     const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (FPS)"};
     const Panel temperature{350.0, 150.0, niceRange(lowTemperature - 1.0, highTemperature + 3.0, 5),
@@ -350,12 +359,12 @@ std::string RenderChart(const ChartInput& input) {
     const double height = current.top + current.height + 50.0;
 
     pauseBands(svg, rows, input.tick_s, fps, current.top + current.height);
-    for (const Panel* panel : {&fps, &temperature, &current}) svg.Frame(*panel, timeStep);
+    for (const Panel* panel : {&fps, &temperature, &current}) svg.Frame(*panel, scale.step);
     frameRatePanel(svg, fps, rows);
     temperaturePanel(svg, temperature, rows, input.temperatureLowerBound_C,
                      input.temperatureUpperBound_C);
     currentPanel(svg, current, rows, input.currentThreshold_mA);
-    timeAxis(svg, current, duration_s, timeUnit_s, timeStep);
+    timeAxis(svg, current, scale);
     return document(svg, height, input.title, input.subtitle);
 }
 
@@ -374,14 +383,12 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
             highTemperature = std::max(highTemperature, row.deviceTemperature_C);
         }
     }
-    const bool minutes = duration_s >= 180.0;
-    const double timeUnit_s = minutes ? 60.0 : 1.0;
-    const double timeStep = niceStep(duration_s / timeUnit_s, 10);
-    Svg svg(duration_s, timeUnit_s);
+    const TimeScale scale = timeScaleFor(duration_s);
+    Svg svg(scale.duration_s, scale.unit_s);
     const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (OFPS)"};
     const Panel temperature{350.0, 200.0, niceRange(lowTemperature - 1.0, highTemperature + 2.0, 5),
                             "Device temperature (\u00b0C)"};
-    for (const Panel* panel : {&fps, &temperature}) svg.Frame(*panel, timeStep);
+    for (const Panel* panel : {&fps, &temperature}) svg.Frame(*panel, scale.step);
     drawBound(svg, temperature, input.temperatureUpperBound_C,
               "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
 
@@ -407,7 +414,7 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     }
     drawSeries(svg, fps, rates);
     drawSeries(svg, temperature, temperatures);
-    timeAxis(svg, temperature, duration_s, timeUnit_s, timeStep);
+    timeAxis(svg, temperature, scale);
     return document(svg, temperature.top + temperature.height + 50.0, input.title, input.subtitle);
 }
 

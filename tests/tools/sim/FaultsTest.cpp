@@ -19,15 +19,6 @@ std::string withEvents(const std::string& events, double duration_s = 60.0) {
     return ScenarioText("  \"events\": [\n" + events + "\n  ],\n", duration_s);
 }
 
-std::string loadError(const std::string& text) {
-    try {
-        LoadScenarioText(text, "bad.json", "bad");
-    } catch (const InputError& error) {
-        return error.what();
-    }
-    return "<loaded>";
-}
-
 TEST(FaultsTest, RefusalsNameThePlaceOfTheFaultyEvent) {
     const struct {
         const char* what;
@@ -81,7 +72,7 @@ TEST(FaultsTest, RefusalsNameThePlaceOfTheFaultyEvent) {
     };
     for (const auto& bad : cases) {
         SCOPED_TRACE(bad.what);
-        const std::string message = loadError(withEvents(bad.events));
+        const std::string message = TalvexSimTest::LoadError(withEvents(bad.events));
         EXPECT_EQ(message.rfind(bad.place, 0), 0u) << message;
         EXPECT_NE(message.find(bad.expected), std::string::npos) << message;
     }

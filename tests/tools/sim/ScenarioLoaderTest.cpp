@@ -13,15 +13,6 @@ namespace {
 using TalvexSimTest::Replaced;
 using TalvexSimTest::ScenarioText;
 
-std::string loadError(const std::string& text) {
-    try {
-        LoadScenarioText(text, "bad.json", "bad");
-    } catch (const InputError& error) {
-        return error.what();
-    }
-    return "<loaded>";
-}
-
 TEST(ScenarioLoaderTest, MinimalScenarioTakesDefaultsAndTheLibraryParsesItsConfiguration) {
     const Scenario scenario = LoadScenarioText(ScenarioText(), "s.json", "fallback");
     EXPECT_EQ(scenario.name, "fallback");
@@ -133,7 +124,7 @@ TEST(ScenarioLoaderTest, EveryFaultNamesTheFileThePlaceAndTheField) {
          "config.param: expected an array, got an object"},
     };
     for (const BadScenario& bad : cases) {
-        const std::string message = loadError(bad.text);
+        const std::string message = TalvexSimTest::LoadError(bad.text);
         EXPECT_EQ(message.rfind("bad.json:", 0), 0u) << bad.what << ": " << message;
         EXPECT_NE(message.find(bad.expected), std::string::npos) << bad.what << ": " << message;
     }

@@ -7,6 +7,9 @@
 #include <sstream>
 #include <string>
 
+#include "tools/sim/InputError.h"
+#include "tools/sim/Scenario.h"
+
 namespace TalvexSimTest {
 
 // A fresh directory for one test, removed afterwards.
@@ -32,6 +35,16 @@ class ScratchDirectory {
 
     std::string path;
 };
+
+// The loader's message for a scenario text it refuses, or "<loaded>".
+inline std::string LoadError(const std::string& text) {
+    try {
+        TalvexSim::LoadScenarioText(text, "bad.json", "bad");
+    } catch (const TalvexSim::InputError& error) {
+        return error.what();
+    }
+    return "<loaded>";
+}
 
 inline std::string ReadFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
