@@ -1,0 +1,179 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "talvex/user_settings/UserSetting.h"
+#include "tools/sim/report/EffectiveFloor.h"
+#include "tools/sim/model/FaultOutcome.h"
+#include "tools/sim/loop/Timeline.h"
+
+namespace TalvexSim {
+
+// The session report: what a person tuning the settings for one game on one device needs to
+// judge a run, and what to compare between policies.
+//
+// Definitions (every policy alike):
+// - A steady row is running, ends after the first 10 s of the run, and lies more than 3 s from
+//   a pause, a resume or a change of the held rate (row.heldFps), before or after it.
+//   fps_stability is the share of steady time whose OFPS is within 1 FPS of the held rate.
+// - mean_fps: frames per running second (a replay, which has no frames: the mean OFPS).
+//   jank_per_min: the rows' jank frames per running minute.
+// - Temperatures are the device model's own (without the sensors' noise or faults).
+//   time_above_upper_bound_s counts running and paused time alike. energy_j sums power times
+//   interval over every row; mean_power_w divides it by the time the rows cover.
+// - The SFPS of a running row is held when positive; a negative one (exploring) is skipped; 0
+//   or -1, or a pause, ends the stabilization. A change is a held SFPS that differs from the
+//   last one held before it; the first SFPS of a stabilization is not a change. A reversal is
+//   a change opposite in direction to the previous change of the same stabilization. GFPS
+//   changes alike, over running rows with a positive GFPS; a pause breaks the chain. Rates are
+//   per 10 running minutes.
+// - time_to_first_decrease_s: the first running row with 0 < SFPS < GFPS.
+//   time_to_recover_s: the first stabilization (0 < SFPS < GFPS) that ends, the SFPS back at
+//   the GFPS or no longer held, on a running row while the device is below the lower bound,
+//   timed from the last running row at which its temperature fell below that bound. A pause
+//   ends a stabilization without a recovery. Nothing when it never happens.
+struct ReportContext {
+    std::string scenario;
+    std::string policy;  // as written: "talvex", "fixed:45", ...
+    std::uint64_t seed = 0;
+    double running_s = 0.0;
+    int gameCapFps = 0;
+    int refreshRate_Hz = 60;
+    // The setting records handed to the FPS manager, in the order it took them.
+    std::vector<UserSettings::UserSetting> settings;
+    std::optional<std::uint64_t> efpsMaxWrites;
+    std::vector<FaultOutcome> faults;
+};
+
+// One finding in plain words; the evidence repeats its numbers by name for the JSON.
+struct Finding {
+    std::string kind;   // "sfps_dither", "gfps_flapping", "hot_at_sfps_floor"
+    std::string brief;  // one line for the summary
+    std::string text;   // the whole finding, with what to change
+    std::vector<std::pair<std::string, double>> evidence;
+};
+
+struct Report {
+    std::string scenario;
+    std::string policy;
+    std::uint64_t seed = 0;
+    double simulated_s = 0.0;  // the time the rows cover
+    double running_s = 0.0;
+    std::uint64_t frames = 0;
+    int gameCapFps = 0;
+    int refreshRate_Hz = 0;
+
+    double steady_s = 0.0;
+    std::optional<double> fpsStability;  // nothing without a steady row
+    double meanFps = 0.0;
+    std::optional<double> frameP50_ms;
+    std::optional<double> frameP99_ms;
+    double jankPerMin = 0.0;
+    std::optional<double> peakTemperature_C;
+    double timeAboveUpperBound_s = 0.0;
+    double energy_J = 0.0;
+    double meanPower_W = 0.0;
+    std::optional<double> timeToFirstDecrease_s;
+    std::optional<double> timeToRecover_s;
+    double sfpsChangesPer10Min = 0.0;
+    double sfpsReversalsPer10Min = 0.0;
+    double gfpsChangesPer10Min = 0.0;
+    std::vector<SfpsFloor> effectiveSfpsFloor;  // ascending GFPS, each one held in the run
+    std::vector<Finding> diagnostics;
+    std::vector<FaultOutcome> faults;
+};
+
+// Takes the timeline one row at a time and keeps only counters and tables bounded by the
+// distinct rates seen, so a run of a day costs no more memory than one of a minute. The steady
+// rule looks 3 s ahead, so the rows of the last 3 s wait in a short queue.
+class ReportBuilder {
+  public:
+    void Add(const TimelineRow& row);
+    // Not const: the rows still waiting for their steady verdict are settled.
+    Report Finish(const ReportContext& context, const FrameHistogram& frames);
+
+  private:
+    struct Pending {
+        double time_s;
+        double interval_s;
+        bool withinOne;
+    };
+    // Per (GFPS, SFPS) held: for the finding on the SFPS floor.
+    struct HeldPair {
+        double hot_s = 0.0;  // above the upper bound
+        double held_s = 0.0;
+        double peak_C = 0.0;
+        double upperBound_C = 0.0;
+    };
+    struct OfpsSum {
+        double sum = 0.0;
+        std::uint64_t rows = 0;
+    };
+
+    void addSteady(const TimelineRow& row);
+    void markEvent(double time_s);
+    void settle(double before_s);
+    void addSfps(const TimelineRow& row);
+    void addRecovery(const TimelineRow& row);
+    void addGfps(const TimelineRow& row);
+    std::vector<Finding> findings(const Report& report, const ReportContext& context) const;
+
+    // The steady rule.
+    bool seenRow = false;
+    bool lastPaused = false;
+    int lastHeld = 0;
+    std::optional<double> lastEvent_s;
+    std::deque<Pending> pending;
+    double steady_s = 0.0;
+    double steadyWithin_s = 0.0;
+
+    double covered_s = 0.0;
+    double energy_J = 0.0;
+    std::optional<double> peak_C;
+    double aboveUpper_s = 0.0;
+    std::uint64_t jankFrames = 0;
+    double runningOfps = 0.0;
+    std::uint64_t runningRows = 0;
+
+    std::optional<double> firstDecrease_s;
+    bool stabilized = false;
+    std::optional<double> coolSince_s;
+    std::optional<double> recover_s;
+
+    std::optional<int> lastSfps;
+    int lastSfpsGfps = 0;  // the GFPS of lastSfps
+    int lastSfpsDirection = 0;
+    std::uint64_t sfpsChanges = 0;
+    std::uint64_t sfpsReversals = 0;
+    std::map<std::pair<int, int>, std::uint64_t> reversalsByPair;  // (lower, higher) SFPS
+
+    std::optional<int> lastGfps;
+    std::uint64_t gfpsChanges = 0;
+    std::map<std::pair<int, int>, std::uint64_t> gfpsChangesByPair;
+    std::map<int, OfpsSum> ofpsByGfps;
+    std::map<std::pair<int, int>, HeldPair> heldPairs;
+};
+
+// The report's scalar metrics under their report.json keys, in one order: report.json,
+// compare.csv and a sweep's rows all list them from here.
+struct ReportMetric {
+    const char* key;
+    std::optional<double> value;  // null in JSON, an empty cell in CSV
+    int decimals;                 // for tables; report.json keeps three
+};
+using ReportMetrics = std::vector<ReportMetric>;
+ReportMetrics CollectMetrics(const Report& report);
+
+// Byte-identical for identical reports: numbers are rounded to stated decimals.
+std::string ReportJson(const Report& report);
+std::string ReportMarkdown(const Report& report);
+// The report's lines for the summary on standard output.
+std::string ReportSummaryLines(const Report& report);
+
+}  // namespace TalvexSim

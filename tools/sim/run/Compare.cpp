@@ -1,0 +1,128 @@
+#include "tools/sim/run/Compare.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "tools/sim/output/Chart.h"
+#include "tools/sim/report/Report.h"
+
+namespace TalvexSim {
+namespace {
+
+std::string cell(const std::optional<double>& value, int decimals) {
+    if (!value) return "";
+    char text[48];
+    std::snprintf(text, sizeof text, "%.*f", decimals, *value);
+    return text;
+}
+
+// What compare.md shows of each run; compare.csv carries every metric.
+const char* const kHeadline[] = {"fps_stability", "mean_fps",           "jank_per_min",
+                                 "frame_ms_p99",  "peak_temperature_c", "time_above_upper_bound_s",
+                                 "energy_j"};
+
+std::optional<double> metric(const ReportMetrics& metrics, const std::string& key) {
+    for (const ReportMetric& m : metrics) {
+        if (m.key == key) return m.value;
+    }
+    return std::nullopt;
+}
+
+int decimalsOf(const ReportMetrics& metrics, const std::string& key) {
+    for (const ReportMetric& m : metrics) {
+        if (m.key == key) return m.decimals;
+    }
+    return 3;
+}
+
+}  // namespace
+
+std::string PolicyFolder(const Policy& policy) {
+    std::string folder = policy.name;
+    std::replace(folder.begin(), folder.end(), ':', '-');
+    return folder;
+}
+
+void WriteComparison(OutputSet& outputs, const Scenario& scenario,
+                     const std::vector<SessionRecord>& records) {
+    std::ostream& csv = outputs.Stream("compare.csv");
+    std::ostream& md = outputs.Stream("compare.md");
+    const ReportMetrics header = CollectMetrics(records.front().report);
+    csv << "policy";
+    for (const ReportMetric& m : header) csv << ',' << m.key;
+    csv << '\n';
+    for (const SessionRecord& record : records) {
+        csv << record.policy;
+        for (const ReportMetric& m : CollectMetrics(record.report)) {
+            csv << ',' << cell(m.value, m.decimals);
+        }
+        csv << '\n';
+    }
+
+    md << "# " << scenario.name << ": policies compared\n\n"
+       << "Same scenario, seed " << scenario.seed
+       << " and game frames under each policy; the thermal governor is on in every policy but "
+          "`none`. Every metric of each run is in `compare.csv` and in each folder's "
+          "`report.json`.\n\n| policy |";
+    for (const char* key : kHeadline) md << " `" << key << "` |";
+    md << "\n|---|";
+    for (size_t i = 0; i < sizeof kHeadline / sizeof kHeadline[0]; ++i) md << "---:|";
+    md << '\n';
+    for (const SessionRecord& record : records) {
+        const ReportMetrics metrics = CollectMetrics(record.report);
+        md << "| " << record.policy << " |";
+        for (const char* key : kHeadline) {
+            const std::optional<double> value = metric(metrics, key);
+            md << ' ' << (value ? cell(value, decimalsOf(metrics, key)) : "n/a") << " |";
+        }
+        md << '\n';
+    }
+    md << "\n![FPS and temperature of each policy](compare.svg)\n";
+    for (const SessionRecord& record : records) {
+        if (record.report.diagnostics.empty()) continue;
+        md << "\n## Findings under " << record.policy << "\n\n";
+        for (const Finding& finding : record.report.diagnostics) md << "- " << finding.text << '\n';
+    }
+
+    ComparisonChartInput chart;
+    chart.title = "talvex-sim: " + scenario.name + ", policies compared";
+    chart.subtitle = std::to_string(scenario.refreshRate_Hz) + " Hz screen, seed " +
+                     std::to_string(scenario.seed) + "; OFPS per second, device temperature";
+    chart.refreshRate_Hz = scenario.refreshRate_Hz;
+    DeciderBounds bounds;
+    ApplyToBounds(bounds, scenario.settings);
+    chart.temperatureUpperBound_C = bounds.temperatureUpper_C;
+    for (const SessionRecord& record : records) {
+        chart.series.push_back({record.policy, &record.chartRows});
+    }
+    outputs.Put("compare.svg", RenderComparisonChart(chart));
+}
+
+std::string FormatComparison(const Scenario& scenario, const std::vector<SessionRecord>& records,
+                             const std::string& directory, double wall_s) {
+    char line[256];
+    std::snprintf(line, sizeof line, "talvex-sim: %s (seed %llu), %zu policies in %.2f s\n",
+                  scenario.name.c_str(), static_cast<unsigned long long>(scenario.seed),
+                  records.size(), wall_s);
+    std::string text = line;
+    std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", "policy", "stability",
+                  "mean FPS", "jank/min", "peak C", "energy J");
+    text += line;
+    for (const SessionRecord& record : records) {
+        const ReportMetrics metrics = CollectMetrics(record.report);
+        auto shown = [&](const char* key, int decimals) {
+            const std::optional<double> value = metric(metrics, key);
+            return value ? cell(value, decimals) : std::string("n/a");
+        };
+        std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", record.policy.c_str(),
+                      shown("fps_stability", 3).c_str(), shown("mean_fps", 1).c_str(),
+                      shown("jank_per_min", 2).c_str(), shown("peak_temperature_c", 1).c_str(),
+                      shown("energy_j", 0).c_str());
+        text += line;
+    }
+    text += "  outputs        " + directory +
+            "/ (compare.md, compare.csv, compare.svg, a folder per policy)\n";
+    return text;
+}
+
+}  // namespace TalvexSim
