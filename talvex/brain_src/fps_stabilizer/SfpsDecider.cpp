@@ -20,21 +20,9 @@ namespace android {
 namespace FpsStabilizer {
 namespace {
 
-constexpr const char* TEMPERATURE_LOWER_BOUND_KEYS[] = {
-    "temperature_to_start_consider_stabilize_fps", "start_temperature", "temperature_lower_bound"};
-constexpr const char* TIME_TO_STAY_IN_GFPS_AT_LEAST_KEYS[] = {"time_to_stay_in_gfps_at_least",
-                                                              "ttsigal"};
-constexpr const char* TEMPERATURE_UPPER_BOUND_KEYS[] = {
-    "not_allowed_temperature", "max_temperature", "temperature_upper_bound"};
-constexpr const char* ELECTRIC_CURRENT_THRESHOLD_KEYS[] = {
-    "electric_current_threshold_to_compress_fps", "current_threshold", "ecttcf"};
+using namespace SfpsDeciderSettings;
 
-constexpr const char* TEMPERATURE_CATEGORY = "sfps_temperature";
-constexpr const char* CURRENT_CATEGORY = "sfps_current";
-
-constexpr float DEFAULT_TEMPERATURE_LOWER_BOUND = 40.0f;
 constexpr float DEFAULT_TIME_TO_STAY_IN_GFPS_AT_LEAST_S = 300.0f;
-constexpr float DEFAULT_TEMPERATURE_UPPER_BOUND = 45.0f;
 constexpr float MAX_REASONABLE_ELECTRIC_CURRENT_MA = 100000.0f;
 
 template <std::size_t N, typename Setter>

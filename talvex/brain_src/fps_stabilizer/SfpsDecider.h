@@ -9,6 +9,23 @@
 namespace android {
 namespace FpsStabilizer {
 
+// The settings the two deciders take, every key of one tunable together, and the bounds a reset
+// restores: a host or tool that follows the bounds in force asks here rather than copying them.
+namespace SfpsDeciderSettings {
+inline constexpr const char* TEMPERATURE_CATEGORY = "sfps_temperature";
+inline constexpr const char* CURRENT_CATEGORY = "sfps_current";
+inline constexpr const char* TEMPERATURE_LOWER_BOUND_KEYS[] = {
+    "temperature_to_start_consider_stabilize_fps", "start_temperature", "temperature_lower_bound"};
+inline constexpr const char* TIME_TO_STAY_IN_GFPS_AT_LEAST_KEYS[] = {
+    "time_to_stay_in_gfps_at_least", "ttsigal"};
+inline constexpr const char* TEMPERATURE_UPPER_BOUND_KEYS[] = {
+    "not_allowed_temperature", "max_temperature", "temperature_upper_bound"};
+inline constexpr const char* ELECTRIC_CURRENT_THRESHOLD_KEYS[] = {
+    "electric_current_threshold_to_compress_fps", "current_threshold", "ecttcf"};
+inline constexpr float DEFAULT_TEMPERATURE_LOWER_BOUND = 40.0f;
+inline constexpr float DEFAULT_TEMPERATURE_UPPER_BOUND = 45.0f;
+}  // namespace SfpsDeciderSettings
+
 // Lowers the SFPS while the device is hot and gives it back once it cools. Slow on purpose: it
 // first waits at the GFPS, then walks one FPS at a time towards a balanced SFPS that falls
 // linearly with temperature, so a short burst of heat costs no frames and the player never sees

@@ -27,9 +27,9 @@ double Random::Normal() {
     return radius * std::cos(angle);
 }
 
-std::uint64_t DeriveSeed(std::uint64_t seed, std::uint64_t stream) {
+std::uint64_t DeriveSeed(std::uint64_t seed, RandomStream stream) {
     // splitmix64 of the pair.
-    std::uint64_t z = seed + 0x9E3779B97F4A7C15ULL * (stream + 1);
+    std::uint64_t z = seed + 0x9E3779B97F4A7C15ULL * (static_cast<std::uint64_t>(stream) + 1);
     z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
     z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
     return z ^ (z >> 31);

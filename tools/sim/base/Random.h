@@ -22,7 +22,8 @@ class Random {
 };
 
 // Independent streams from one scenario seed, so that a model drawing more numbers does not
-// shift what another model draws.
-std::uint64_t DeriveSeed(std::uint64_t seed, std::uint64_t stream);
+// shift what another model draws. The numbers are part of every seed's results: never reuse one.
+enum class RandomStream : std::uint64_t { Game = 1, Device = 2, Sleep = 3, Storm = 4 };
+std::uint64_t DeriveSeed(std::uint64_t seed, RandomStream stream);
 
 }  // namespace TalvexSim

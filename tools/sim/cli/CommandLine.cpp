@@ -11,17 +11,19 @@
 #include <stdexcept>
 
 #include "harness/LogSink.h"
-#include "tools/sim/run/Compare.h"
-#include "tools/sim/input/DefaultScenario.h"
+#include "tools/sim/base/Arguments.h"
 #include "tools/sim/base/InputError.h"
-#include "tools/sim/output/OutputFiles.h"
-#include "tools/sim/output/Progress.h"
+#include "tools/sim/input/DefaultScenario.h"
 #include "tools/sim/input/ReplayLog.h"
 #include "tools/sim/input/Scenario.h"
+#include "tools/sim/output/OutputFiles.h"
+#include "tools/sim/output/Progress.h"
+#include "tools/sim/output/ReportText.h"
+#include "tools/sim/output/SummaryText.h"
+#include "tools/sim/run/Compare.h"
 #include "tools/sim/run/SessionRun.h"
-#include "tools/sim/loop/Simulation.h"
-#include "tools/sim/output/Summary.h"
-#include "tools/sim/sweep/Sweep.h"
+#include "tools/sim/sweep/SweepCommand.h"
+#include "tools/sim/sweep/Workers.h"
 
 namespace TalvexSim {
 namespace {
@@ -122,65 +124,64 @@ Policy policyOf(const std::string& text) {
     }
 }
 
+FrameDetail frameDetailOf(ArgumentReader<UsageError>& words) {
+    const std::string& mode = words.Value();
+    if (mode == "changes") return FrameDetail::AroundChanges;
+    if (mode == "all") return FrameDetail::All;
+    if (mode == "none") return FrameDetail::None;
+    words.Fail("--trace-frames takes changes, all or none, not '" + mode + "'");
+}
+
+// The list is optional: the next word is one only if it cannot be a scenario.
+std::vector<Policy> compareListOf(ArgumentReader<UsageError>& words) {
+    std::string list;
+    if (words.Word() != "--compare") {
+        list = words.Word().substr(10);
+        if (list.empty()) words.Fail("--compare= needs a list of policies");
+    } else if (const std::string* next = words.Peek();
+               next != nullptr && !next->empty() && (*next)[0] != '-' && !endsWith(*next, ".json")) {
+        list = words.Value();
+    }
+    try {
+        return ParsePolicyList(list);
+    } catch (const std::invalid_argument& error) {
+        words.Fail(std::string("--compare: ") + error.what());
+    }
+}
+
 Arguments parseArguments(const std::vector<std::string>& arguments) {
     Arguments parsed;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        auto value = [&]() -> const std::string& {
-            if (i + 1 >= arguments.size()) throw UsageError(argument + " needs a value");
-            return arguments[++i];
-        };
-        if (argument == "-h" || argument == "--help") {
+    ArgumentReader<UsageError> words(arguments, "");
+    while (words.Next()) {
+        const std::string& word = words.Word();
+        if (word == "-h" || word == "--help") {
             parsed.help = true;
-        } else if (argument == "--replay") {
-            parsed.replayPath = value();
-        } else if (argument == "--out") {
-            parsed.outputDirectory = value();
-        } else if (argument == "--seed") {
-            parsed.seed = parseSeed(value());
-        } else if (argument == "--set") {
-            parsed.settings.push_back(value());
-        } else if (argument == "--trace-frames") {
-            const std::string& mode = value();
-            if (mode == "changes") {
-                parsed.frameDetail = FrameDetail::AroundChanges;
-            } else if (mode == "all") {
-                parsed.frameDetail = FrameDetail::All;
-            } else if (mode == "none") {
-                parsed.frameDetail = FrameDetail::None;
-            } else {
-                throw UsageError("--trace-frames takes changes, all or none, not '" + mode + "'");
-            }
-        } else if (argument == "--policy") {
-            parsed.policy = policyOf(value());
-        } else if (argument == "--compare" || argument.rfind("--compare=", 0) == 0) {
-            // The list is optional: the next word is one only if it cannot be a scenario.
-            std::string list;
-            if (argument != "--compare") {
-                list = argument.substr(10);
-                if (list.empty()) throw UsageError("--compare= needs a list of policies");
-            } else if (i + 1 < arguments.size() && !arguments[i + 1].empty() &&
-                       arguments[i + 1][0] != '-' && !endsWith(arguments[i + 1], ".json")) {
-                list = arguments[++i];
-            }
-            try {
-                parsed.compare = ParsePolicyList(list);
-            } catch (const std::invalid_argument& error) {
-                throw UsageError(std::string("--compare: ") + error.what());
-            }
-        } else if (argument == "--node-dir") {
-            parsed.nodeDirectory = value();
-        } else if (argument == "--no-progress") {
+        } else if (word == "--replay") {
+            parsed.replayPath = words.Value();
+        } else if (word == "--out") {
+            parsed.outputDirectory = words.Value();
+        } else if (word == "--seed") {
+            parsed.seed = parseSeed(words.Value());
+        } else if (word == "--set") {
+            parsed.settings.push_back(words.Value());
+        } else if (word == "--trace-frames") {
+            parsed.frameDetail = frameDetailOf(words);
+        } else if (word == "--policy") {
+            parsed.policy = policyOf(words.Value());
+        } else if (word == "--compare" || word.rfind("--compare=", 0) == 0) {
+            parsed.compare = compareListOf(words);
+        } else if (word == "--node-dir") {
+            parsed.nodeDirectory = words.Value();
+        } else if (word == "--no-progress") {
             parsed.progress = false;
-        } else if (argument == "--print-default") {
+        } else if (word == "--print-default") {
             parsed.printDefault = true;
-        } else if (!argument.empty() && argument[0] == '-') {
-            throw UsageError("unknown option " + argument);
+        } else if (words.IsOption()) {
+            words.Fail("unknown option " + word);
         } else if (parsed.scenarioPath.empty()) {
-            parsed.scenarioPath = argument;
+            parsed.scenarioPath = word;
         } else {
-            throw UsageError("one scenario at a time ('" + parsed.scenarioPath + "' and '" +
-                             argument + "')");
+            words.Fail("one scenario at a time ('" + parsed.scenarioPath + "' and '" + word + "')");
         }
     }
     if (parsed.compare && !parsed.replayPath.empty()) {
@@ -200,13 +201,10 @@ std::string defaultOutputDirectory(const Arguments& arguments, const Scenario& s
     return "out/" + scenario.name;
 }
 
-SummaryContext contextOf(const SessionRecord& record, const Scenario& scenario,
-                         const std::string& replayPath, const std::string& folder, double wall_s) {
+SummaryContext contextOf(const SessionRecord& record, const std::string& replayPath,
+                         const std::string& folder, double wall_s) {
     SummaryContext context;
-    context.scenario = scenario.name;
-    context.seed = scenario.seed;
     context.replayFile = replayPath;
-    context.simulated_s = record.result.simulated_s;
     context.wall_s = wall_s;
     context.efpsMaxWrites = record.result.efpsMaxWrites;
     context.eglBufWrites = record.result.eglBufWrites;
@@ -227,67 +225,83 @@ void warnOfRefusals(const SessionRecord& record, std::FILE* err) {
     }
 }
 
-int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
-    const auto wallStart = std::chrono::steady_clock::now();
-    Scenario scenario = arguments.scenarioPath.empty()
-                            ? LoadDefaultScenario(arguments.settings)
-                            : LoadScenarioFile(arguments.scenarioPath, arguments.settings);
-    if (arguments.seed) scenario.seed = *arguments.seed;
+// What one invocation runs, loaded before anything is written.
+struct Invocation {
+    const Arguments& arguments;
+    Scenario scenario;
     std::vector<ReplayTick> ticks;
-    if (!arguments.replayPath.empty()) ticks = LoadReplayFile(arguments.replayPath);
-    const std::string outputDirectory = defaultOutputDirectory(arguments, scenario);
-
+    std::string outputDirectory;
     SessionRequest request;
-    request.scenario = &scenario;
-    request.policy = arguments.policy;
-    request.replay = ticks.empty() ? nullptr : &ticks;
-    request.replayPath = arguments.replayPath;
-    request.frameDetail = arguments.frameDetail;
-    request.nodeDirectory = arguments.nodeDirectory;
-    const bool terminal = arguments.progress && isatty(fileno(err)) == 1;
+    bool terminal = false;
+    std::chrono::steady_clock::time_point wallStart;
+};
 
-    if (!arguments.compare) {
-        const double total_s = ticks.empty() ? scenario.duration_s : ticks.back().time_s;
-        ProgressBar progress(err, terminal, total_s);
-        request.progress = [&progress](double done_s) { progress.Update(done_s); };
-        OutputSet outputs(outputDirectory);
-        const SessionRecord record = RunSession(outputs, request);
-        progress.Finish();
-        if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(scenario));
-        outputs.Commit();
-        warnOfRefusals(record, err);
-        SummaryContext context = contextOf(record, scenario, arguments.replayPath, outputDirectory,
-                                           secondsSince(wallStart));
-        if (!arguments.settings.empty()) context.outputFiles.push_back("config.json");
-        std::fputs(FormatSummary(record.summary, context).c_str(), out);
-        std::fputs(ReportSummaryLines(record.report).c_str(), out);
-        std::fputs(SessionSummaryLines(record).c_str(), out);
-        return 0;
-    }
+int runOne(Invocation& run, std::FILE* out, std::FILE* err) {
+    const Arguments& arguments = run.arguments;
+    const double total_s = run.ticks.empty() ? run.scenario.duration_s : run.ticks.back().time_s;
+    ProgressBar progress(err, run.terminal, total_s);
+    run.request.progress = [&progress](double done_s) { progress.Update(done_s); };
+    OutputSet outputs(run.outputDirectory);
+    const SessionRecord record = RunSession(outputs, run.request);
+    progress.Finish();
+    if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(run.scenario));
+    outputs.Commit();
+    warnOfRefusals(record, err);
+    SummaryContext context = contextOf(record, arguments.replayPath, run.outputDirectory,
+                                       secondsSince(run.wallStart));
+    if (!arguments.settings.empty()) context.outputFiles.push_back("config.json");
+    std::fputs(FormatSummary(record.report, context).c_str(), out);
+    std::fputs(ReportSummaryLines(record.report).c_str(), out);
+    std::fputs(SessionSummaryLines(record).c_str(), out);
+    return 0;
+}
 
-    const std::vector<Policy>& policies = *arguments.compare;
-    const std::string compareDirectory = outputDirectory + "/compare";
+int runComparison(Invocation& run, std::FILE* out, std::FILE* err) {
+    const std::vector<Policy>& policies = *run.arguments.compare;
+    const double duration_s = run.scenario.duration_s;
+    const std::string compareDirectory = run.outputDirectory + "/compare";
     OutputSet outputs(compareDirectory);
-    ProgressBar progress(err, terminal, scenario.duration_s * static_cast<double>(policies.size()));
+    ProgressBar progress(err, run.terminal, duration_s * static_cast<double>(policies.size()));
     std::vector<SessionRecord> records;
     for (const Policy& policy : policies) {
-        request.policy = policy;
-        request.folder = PolicyFolder(policy);
-        const double before_s = scenario.duration_s * static_cast<double>(records.size());
-        request.progress = [&progress, before_s](double done_s) {
+        run.request.policy = policy;
+        run.request.folder = PolicyFolder(policy);
+        const double before_s = duration_s * static_cast<double>(records.size());
+        run.request.progress = [&progress, before_s](double done_s) {
             progress.Update(before_s + done_s);
         };
-        records.push_back(RunSession(outputs, request));
+        records.push_back(RunSession(outputs, run.request));
     }
     progress.Finish();
-    WriteComparison(outputs, scenario, records);
-    if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(scenario));
+    WriteComparison(outputs, run.scenario, records);
+    if (!run.arguments.settings.empty()) {
+        outputs.Put("config.json", OnlineConfigJson(run.scenario));
+    }
     outputs.Commit();
     for (const SessionRecord& record : records) warnOfRefusals(record, err);
-    std::fputs(
-        FormatComparison(scenario, records, compareDirectory, secondsSince(wallStart)).c_str(),
-        out);
+    std::fputs(FormatComparison(run.scenario, records, compareDirectory,
+                                secondsSince(run.wallStart))
+                   .c_str(),
+               out);
     return 0;
+}
+
+int run(const Arguments& arguments, std::FILE* out, std::FILE* err) {
+    Invocation run{arguments, {}, {}, {}, {}, false, std::chrono::steady_clock::now()};
+    run.scenario = arguments.scenarioPath.empty()
+                       ? LoadDefaultScenario(arguments.settings)
+                       : LoadScenarioFile(arguments.scenarioPath, arguments.settings);
+    if (arguments.seed) run.scenario.seed = *arguments.seed;
+    if (!arguments.replayPath.empty()) run.ticks = LoadReplayFile(arguments.replayPath);
+    run.outputDirectory = defaultOutputDirectory(arguments, run.scenario);
+    run.request.scenario = &run.scenario;
+    run.request.policy = arguments.policy;
+    run.request.replay = run.ticks.empty() ? nullptr : &run.ticks;
+    run.request.replayPath = arguments.replayPath;
+    run.request.frameDetail = arguments.frameDetail;
+    run.request.nodeDirectory = arguments.nodeDirectory;
+    run.terminal = arguments.progress && isatty(fileno(err)) == 1;
+    return arguments.compare ? runComparison(run, out, err) : runOne(run, out, err);
 }
 
 }  // namespace
@@ -302,7 +316,7 @@ int RunCommandLine(const std::vector<std::string>& arguments, std::FILE* out, st
             if (arguments[0] == "sweep")
                 return RunSweepCommand(rest, out, err, CurrentExecutable());
             if (arguments[0] == "merge") return RunMergeCommand(rest, out);
-            return RunSweepWorker(rest, err);
+            return RunSweepWorker(rest, err, RunCommandLine);
         }
         const Arguments parsed = parseArguments(arguments);
         if (parsed.help) {

@@ -13,6 +13,7 @@
 #include "talvex/user_settings/OnlineConfigJsonParser.h"
 #include "tools/sim/input/DefaultScenario.h"
 #include "tools/sim/base/InputError.h"
+#include "tools/sim/base/Text.h"
 #include "tools/sim/input/StrictJson.h"
 
 namespace TalvexSim {
@@ -164,7 +165,7 @@ void readSpan(ObjectReader& entry, FaultEvent& fault, double duration_s) {
     if (fault.End_s() > duration_s) {
         entry.Document().Fail(
             entry.Member("duration_s"), entry.PathOf("duration_s"),
-            "the fault lasts past the end of the run (" + FormatNumber(duration_s) + " s)");
+            "the fault lasts past the end of the run (" + ShortNumber(duration_s) + " s)");
     }
 }
 
@@ -279,7 +280,7 @@ void readEvents(const JsonDocument& document, const Json::Value& value, Scenario
             if (earlier != faultsInForce.end() && earlier->second.end_s > fault.at_s) {
                 document.Fail(item, path,
                               "overlaps the " + resource + " fault at " + earlier->second.where +
-                                  " (until " + FormatNumber(earlier->second.end_s) +
+                                  " (until " + ShortNumber(earlier->second.end_s) +
                                   " s); one at a time");
             }
             if (fault.kind == FaultKind::SettingsStorm) {
@@ -306,7 +307,7 @@ void readEvents(const JsonDocument& document, const Json::Value& value, Scenario
                 if (fault.end_s > event.at_s) {
                     document.Fail(item, path,
                                   "pause while the " + resource + " fault at " + fault.where +
-                                      " lasts (until " + FormatNumber(fault.end_s) +
+                                      " lasts (until " + ShortNumber(fault.end_s) +
                                       " s); a fault must end before the game pauses");
                 }
             }
@@ -399,7 +400,7 @@ std::string FaultEvent::Detail() const {
             std::string text = std::string(kSensorNames[sensorIndex]) + " " +
                                kSensorModes[static_cast<size_t>(sensorMode)];
             if (sensorMode == SensorMode::Spike) {
-                text += " +" + FormatNumber(magnitude) + kUnits[sensorIndex];
+                text += " +" + ShortNumber(magnitude) + kUnits[sensorIndex];
             }
             return text;
         }
@@ -408,38 +409,10 @@ std::string FaultEvent::Detail() const {
         case FaultKind::HostStall:
             return "no host ticks";
         case FaultKind::SettingsStorm:
-            return FormatNumber(recordsPerSecond) + "/s, " + FormatNumber(invalidShare * 100.0) +
+            return ShortNumber(recordsPerSecond) + "/s, " + ShortNumber(invalidShare * 100.0) +
                    "% invalid";
     }
     return "";
-}
-
-void ApplyToBounds(DeciderBounds& bounds, const std::vector<UserSettings::UserSetting>& settings) {
-    auto number = [](const std::string& text, double reset) {
-        if (UserSettings::IsResetCommand(text)) return reset;
-        char* end = nullptr;
-        const double value = std::strtod(text.c_str(), &end);
-        return (text.empty() || *end != '\0') ? std::nan("") : value;
-    };
-    auto keep = [](double& target, double value) {
-        if (!std::isnan(value)) target = value;
-    };
-    const DeciderBounds defaults;
-    for (const UserSettings::UserSetting& s : settings) {
-        if (s.category == "sfps_temperature") {
-            if (s.key == "temperature_to_start_consider_stabilize_fps" ||
-                s.key == "start_temperature" || s.key == "temperature_lower_bound") {
-                keep(bounds.temperatureLower_C, number(s.value, defaults.temperatureLower_C));
-            } else if (s.key == "not_allowed_temperature" || s.key == "max_temperature" ||
-                       s.key == "temperature_upper_bound") {
-                keep(bounds.temperatureUpper_C, number(s.value, defaults.temperatureUpper_C));
-            }
-        } else if (s.category == "sfps_current" &&
-                   (s.key == "electric_current_threshold_to_compress_fps" ||
-                    s.key == "current_threshold" || s.key == "ecttcf")) {
-            bounds.currentThreshold_mA = number(s.value, defaults.currentThreshold_mA);
-        }
-    }
 }
 
 std::string ReadTextFile(const std::string& path) {

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cstdint>
-#include <limits>
 #include <string>
 #include <vector>
 
@@ -124,15 +123,6 @@ struct Scenario {
     // Records given beside the file ("category,key,value"), applied after the configuration's.
     std::vector<std::string> addedCommands;
 };
-
-// The temperature and current decider bounds that a list of settings leaves in force, starting
-// from the library's defaults; records that are not numbers leave a bound as it was.
-struct DeciderBounds {
-    double temperatureLower_C = 40.0;
-    double temperatureUpper_C = 45.0;
-    double currentThreshold_mA = std::numeric_limits<double>::quiet_NaN();  // off
-};
-void ApplyToBounds(DeciderBounds& bounds, const std::vector<UserSettings::UserSetting>& settings);
 
 // All throw InputError naming the file and the place of the first fault. `added` are setting
 // records ("category,key,value") applied after the configuration's own, as if written at the end

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "tools/sim/base/InputError.h"
+#include "tools/sim/base/Text.h"
 
 namespace TalvexSim {
 namespace {
@@ -55,10 +56,11 @@ std::string describeSyntaxError(const std::string& errors, const std::string& so
 
 }  // namespace
 
-std::string FormatNumber(double value) {
-    std::ostringstream text;
-    text << value;
-    return text.str();
+std::string PrettyJson(const Json::Value& value) {
+    Json::StreamWriterBuilder writer;
+    writer["indentation"] = "  ";
+    writer["emitUTF8"] = true;
+    return Json::writeString(writer, value) + "\n";
 }
 
 JsonDocument::JsonDocument(std::string text_, std::string sourceName_)
@@ -105,8 +107,8 @@ double ExpectNumber(const JsonDocument& document, const Json::Value& value, cons
     const double number = value.asDouble();
     if (!std::isfinite(number) || number < min || number > max) {
         document.Fail(value, path,
-                      FormatNumber(number) + " is out of range [" + FormatNumber(min) + ", " +
-                          FormatNumber(max) + "]");
+                      ShortNumber(number) + " is out of range [" + ShortNumber(min) + ", " +
+                          ShortNumber(max) + "]");
     }
     return number;
 }
@@ -119,7 +121,7 @@ int ExpectInteger(const JsonDocument& document, const Json::Value& value, const 
     const double number = value.asDouble();
     if (number < min || number > max) {
         document.Fail(value, path,
-                      FormatNumber(number) + " is out of range [" + std::to_string(min) + ", " +
+                      ShortNumber(number) + " is out of range [" + std::to_string(min) + ", " +
                           std::to_string(max) + "]");
     }
     return static_cast<int>(number);

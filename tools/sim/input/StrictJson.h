@@ -61,8 +61,9 @@ class ObjectReader {
     std::string path;
 };
 
-// A number as messages show it: shortest form, no trailing zeros ("0.5", "1800").
-std::string FormatNumber(double value);
+// A document as the simulator writes its own small JSON files: two-space indents, UTF-8 as
+// it is, a line feed at the end.
+std::string PrettyJson(const Json::Value& value);
 
 // Type checks shared by the readers of objects and arrays.
 double ExpectNumber(const JsonDocument& document, const Json::Value& value, const std::string& path,

@@ -2,25 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 
 namespace TalvexSim {
 namespace {
-
-std::string fixed(double value, int decimals) {
-    char text[48];
-    std::snprintf(text, sizeof text, "%.*f", decimals, value);
-    return text;
-}
-
-std::string quoted(const std::string& text) {
-    std::string cell = "\"";
-    for (const char c : text) {
-        if (c == '"') cell += '"';
-        cell += c;
-    }
-    return cell + "\"";
-}
 
 double nearestRank(const std::vector<float>& sorted, double percent) {
     const auto rank =
@@ -74,36 +58,6 @@ std::optional<FrameStats> FrameHistogram::Stats() const {
     stats.p50_ms = nearestRank(50.0);
     stats.p99_ms = nearestRank(99.0);
     return stats;
-}
-
-void WriteTimelineHeader(std::ostream& out, bool withModel) {
-    out << "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
-           "frame_ms_mean,frame_ms_p50,frame_ms_p99";
-    if (withModel) out << ",device_temperature_C,power_W,held_fps,jank_frames,governor_state";
-    out << '\n';
-}
-
-void WriteTimelineRow(std::ostream& out, const TimelineRow& row, bool withModel) {
-    out << fixed(row.time_s, 3) << ',' << (row.paused ? 1 : 0) << ',' << fixed(row.temperature_C, 3)
-        << ',' << fixed(row.current_mA, 3) << ',' << row.ofps << ','
-        << (row.efps ? std::to_string(*row.efps) : "") << ',' << row.gfps << ',' << row.sfps << ','
-        << quoted(row.node) << ',' << row.exploringTicks << ',';
-    if (row.frames) {
-        out << fixed(row.frames->mean_ms, 3) << ',' << fixed(row.frames->p50_ms, 3) << ','
-            << fixed(row.frames->p99_ms, 3);
-    } else {
-        out << ",,";
-    }
-    if (withModel) {
-        out << ',' << fixed(row.deviceTemperature_C, 3) << ',' << fixed(row.power_W, 3) << ','
-            << row.heldFps << ',' << row.jankFrames << ',' << row.governorState;
-    }
-    out << '\n';
-}
-
-void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows, bool withModel) {
-    WriteTimelineHeader(out, withModel);
-    for (const TimelineRow& row : rows) WriteTimelineRow(out, row, withModel);
 }
 
 }  // namespace TalvexSim

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -34,6 +33,11 @@ class FrameHistogram {
     double sum_ms = 0.0;
 };
 
+// What the library's SFPS says of the pacing target: held at that rate, or exploring the game's
+// own rate (the pacer measures and holds nothing); 0 and -1 hold nothing either.
+inline bool IsHeldSfps(int sfps) { return sfps > 0; }
+inline bool IsExploringSfps(int sfps) { return sfps < -1; }
+
 // One host tick as the outputs show it.
 struct TimelineRow {
     double time_s = 0.0;
@@ -45,7 +49,7 @@ struct TimelineRow {
     int gfps = -1;
     int sfps = -1;  // reported, with its sign
     std::string node;
-    int exploringTicks = 0;            // host ticks of this row with a negative reported SFPS
+    int exploringTicks = 0;            // host ticks of this row with an exploring SFPS
     int exploringSfps = -1;            // the last such SFPS, for the chart
     std::optional<FrameStats> frames;  // of the frames that ended in this tick
 
@@ -58,13 +62,7 @@ struct TimelineRow {
     int governorState = 0;     // the thermal governor's cooling state (0: full clock)
     double lowerBound_C = 40;  // the temperature decider's bounds in force
     double upperBound_C = 45;
+    double currentThreshold_mA = 0.0;  // NaN: off
 };
-
-// timeline.csv, whole or a row at a time. A replay has no device model, so it leaves out the
-// columns that come from one.
-void WriteTimelineCsv(std::ostream& out, const std::vector<TimelineRow>& rows,
-                      bool withModel = true);
-void WriteTimelineHeader(std::ostream& out, bool withModel);
-void WriteTimelineRow(std::ostream& out, const TimelineRow& row, bool withModel);
 
 }  // namespace TalvexSim

@@ -8,8 +8,6 @@ namespace {
 
 using android::FpsStabilizer::SYS_INFO;
 
-// Streams of DeriveSeed after the loop's own.
-constexpr std::uint64_t kStormStream = 4;
 constexpr std::int64_t kSecond_ns = 1'000'000'000;
 constexpr std::int64_t kRewritePeriod_ns = kSecond_ns;
 
@@ -47,7 +45,7 @@ std::string othersText(const std::string& node, int pid) {
 }  // namespace
 
 FaultInjector::FaultInjector(const Scenario& scenario, TalvexHarness::NodeDirectory& nodes_)
-    : nodes(nodes_), pid(scenario.pid), random(DeriveSeed(scenario.seed, kStormStream)) {
+    : nodes(nodes_), pid(scenario.pid), random(DeriveSeed(scenario.seed, RandomStream::Storm)) {
     for (const FaultEvent& event : scenario.faults) {
         const std::int64_t start = toNs(event.at_s);
         State state;

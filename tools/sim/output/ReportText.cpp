@@ -1,8 +1,9 @@
-// The session report's three texts: report.json, report.md and the summary's lines.
+#include "tools/sim/output/ReportText.h"
+
 #include <json/json.h>
 
-#include "tools/sim/report/Report.h"
-#include "tools/sim/output/Summary.h"
+#include "tools/sim/base/Text.h"
+#include "tools/sim/report/Metrics.h"
 
 namespace TalvexSim {
 namespace {
@@ -32,8 +33,7 @@ Json::Value faultJson(const FaultOutcome& fault) {
 }
 
 std::string fixed(double value, const char* unit, int decimals = 1) {
-    const char* pattern = decimals == 0 ? "%.0f" : decimals == 1 ? "%.1f" : "%.2f";
-    return FormatNumber(pattern, value) + unit;
+    return Fixed(value, decimals) + unit;
 }
 
 std::string orNever(const std::optional<double>& value, const char* unit, int decimals = 0) {
@@ -53,31 +53,22 @@ std::string floors(const Report& report) {
     return text.empty() ? "no GFPS held" : text;
 }
 
-std::string markdownCell(std::string text) {
-    for (size_t at = text.find('|'); at != std::string::npos; at = text.find('|', at + 2)) {
-        text.replace(at, 1, "\\|");
+std::string faultTable(const std::vector<FaultOutcome>& faults) {
+    std::string md =
+        "\n## Fault events\n\n"
+        "| Event | At, s | For, s | Ticks | Frames | Escaped exceptions | Errors | Warnings "
+        "| Node restored at, s |\n|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
+    for (const FaultOutcome& fault : faults) {
+        md += "| " + MarkdownCell(fault.type + " " + fault.detail) + " | " + fixed(fault.at_s, "") +
+              " | " + fixed(fault.duration_s, "") + " | " + std::to_string(fault.ticks) + " | " +
+              std::to_string(fault.frames) + " | " + std::to_string(fault.escapedExceptions) +
+              " | " + std::to_string(fault.errors) + " | " + std::to_string(fault.warnings) +
+              " | " + orNever(fault.nodeRestored_s, "", 1) + " |\n";
     }
-    return text;
+    return md;
 }
 
 }  // namespace
-
-ReportMetrics CollectMetrics(const Report& report) {
-    return {{"fps_stability", report.fpsStability, 3},
-            {"mean_fps", report.meanFps, 1},
-            {"frame_ms_p50", report.frameP50_ms, 2},
-            {"frame_ms_p99", report.frameP99_ms, 2},
-            {"jank_per_min", report.jankPerMin, 2},
-            {"peak_temperature_c", report.peakTemperature_C, 1},
-            {"time_above_upper_bound_s", report.timeAboveUpperBound_s, 0},
-            {"energy_j", report.energy_J, 0},
-            {"mean_power_w", report.meanPower_W, 2},
-            {"time_to_first_decrease_s", report.timeToFirstDecrease_s, 0},
-            {"time_to_recover_s", report.timeToRecover_s, 0},
-            {"sfps_changes_per_10min", report.sfpsChangesPer10Min, 1},
-            {"sfps_reversals_per_10min", report.sfpsReversalsPer10Min, 1},
-            {"gfps_changes_per_10min", report.gfpsChangesPer10Min, 1}};
-}
 
 std::string ReportJson(const Report& report) {
     Json::Value root(Json::objectValue);
@@ -163,7 +154,7 @@ std::string ReportMarkdown(const Report& report) {
         for (const SfpsFloor& floor : report.effectiveSfpsFloor) {
             md += "| " + std::to_string(floor.gfps) + " | " +
                   (floor.floor ? std::to_string(*floor.floor) : "none") + " | " +
-                  (floor.record.empty() ? "" : "`" + markdownCell(floor.record) + "`") + " |\n";
+                  (floor.record.empty() ? "" : "`" + MarkdownCell(floor.record) + "`") + " |\n";
         }
     }
 
@@ -171,42 +162,29 @@ std::string ReportMarkdown(const Report& report) {
     if (report.diagnostics.empty()) md += "None.\n";
     for (const Finding& finding : report.diagnostics) md += "- " + finding.text + "\n";
 
-    if (!report.faults.empty()) {
-        md +=
-            "\n## Fault events\n\n"
-            "| Event | At, s | For, s | Ticks | Frames | Escaped exceptions | Errors | Warnings "
-            "| Node restored at, s |\n|---|---:|---:|---:|---:|---:|---:|---:|---:|\n";
-        for (const FaultOutcome& fault : report.faults) {
-            md += "| " + markdownCell(fault.type + " " + fault.detail) + " | " +
-                  fixed(fault.at_s, "") + " | " + fixed(fault.duration_s, "") + " | " +
-                  std::to_string(fault.ticks) + " | " + std::to_string(fault.frames) + " | " +
-                  std::to_string(fault.escapedExceptions) + " | " + std::to_string(fault.errors) +
-                  " | " + std::to_string(fault.warnings) + " | " +
-                  orNever(fault.nodeRestored_s, "", 1) + " |\n";
-        }
-    }
+    if (!report.faults.empty()) md += faultTable(report.faults);
     return md;
 }
 
 std::string ReportSummaryLines(const Report& report) {
     std::string text;
-    text += SummaryLine("FPS stability", percent(report.fpsStability) + " of " +
+    text += LabelLine("FPS stability", percent(report.fpsStability) + " of " +
                                              fixed(report.steady_s, " steady s", 0));
-    text += SummaryLine("jank", fixed(report.jankPerMin, " per min", 2));
-    text += SummaryLine("peak temperature",
+    text += LabelLine("jank", fixed(report.jankPerMin, " per min", 2));
+    text += LabelLine("peak temperature",
                         (report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C")
                                                   : std::string("none")) +
                             ", " + fixed(report.timeAboveUpperBound_s, " s", 0) +
                             " above the upper bound");
-    text += SummaryLine(
+    text += LabelLine(
         "energy", fixed(report.energy_J, " J", 0) + ", mean " + fixed(report.meanPower_W, " W", 2));
-    text += SummaryLine("time to recover", orNever(report.timeToRecover_s, " s"));
-    text += SummaryLine("SFPS changes / reversals", fixed(report.sfpsChangesPer10Min, "") + " / " +
+    text += LabelLine("time to recover", orNever(report.timeToRecover_s, " s"));
+    text += LabelLine("SFPS changes / reversals", fixed(report.sfpsChangesPer10Min, "") + " / " +
                                                         fixed(report.sfpsReversalsPer10Min, "") +
                                                         " per 10 min");
-    text += SummaryLine("GFPS changes", fixed(report.gfpsChangesPer10Min, " per 10 min"));
-    text += SummaryLine("effective SFPS floor", floors(report));
-    for (const Finding& finding : report.diagnostics) text += SummaryLine("finding", finding.brief);
+    text += LabelLine("GFPS changes", fixed(report.gfpsChangesPer10Min, " per 10 min"));
+    text += LabelLine("effective SFPS floor", floors(report));
+    for (const Finding& finding : report.diagnostics) text += LabelLine("finding", finding.brief);
     return text;
 }
 

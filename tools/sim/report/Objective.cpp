@@ -7,7 +7,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "tools/sim/input/StrictJson.h"
+#include "tools/sim/base/Text.h"
 
 namespace TalvexSim {
 namespace {
@@ -137,12 +137,11 @@ class Parser {
 
 std::optional<double> valueOf(const Objective::Operand& operand, const MetricValues& values) {
     if (operand.metric.empty()) return operand.number;
-    const auto found = values.find(operand.metric);
-    return found == values.end() ? std::nullopt : found->second;
+    return MetricValue(values, operand.metric);
 }
 
 std::string operandText(const Objective::Operand& operand) {
-    return operand.metric.empty() ? FormatNumber(operand.number) : operand.metric;
+    return operand.metric.empty() ? ShortNumber(operand.number) : operand.metric;
 }
 
 // How much the left side must move for the comparison to hold; 0 when it holds, infinity when a
@@ -194,19 +193,15 @@ std::string Objective::Misses(const MetricValues& values) const {
         const Operand& shown = c.left.metric.empty() ? c.right : c.left;
         const std::optional<double> value = valueOf(shown, values);
         text += (text.empty() ? "" : "; ") + shown.metric + " " +
-                (value ? FormatNumber(*value) : std::string("null")) + " (needs " +
+                (value ? ShortNumber(*value) : std::string("null")) + " (needs " +
                 operandText(c.left) + " " + c.comparison + " " + operandText(c.right) + ")";
     }
     return text;
 }
 
 bool Objective::Better(const MetricValues& a, const MetricValues& b) const {
-    const auto find = [this](const MetricValues& values) {
-        const auto found = values.find(metric);
-        return found == values.end() ? std::nullopt : found->second;
-    };
-    const std::optional<double> x = find(a);
-    const std::optional<double> y = find(b);
+    const std::optional<double> x = MetricValue(a, metric);
+    const std::optional<double> y = MetricValue(b, metric);
     if (!x || !y) return x.has_value() && !y.has_value();
     return maximize ? *x > *y : *x < *y;
 }

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <map>
-#include <optional>
 #include <string>
 #include <vector>
 
-namespace TalvexSim {
+#include "tools/sim/report/Metrics.h"
 
-// A run's report metrics under their report.json keys; empty where the report has null.
-using MetricValues = std::map<std::string, std::optional<double>>;
+namespace TalvexSim {
 
 // What a sweep looks for: the run with the highest (or lowest) value of one metric among those
 // that meet every constraint. Written as

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <deque>
-#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -10,6 +9,7 @@
 
 #include "talvex/user_settings/UserSetting.h"
 #include "tools/sim/report/EffectiveFloor.h"
+#include "tools/sim/report/Findings.h"
 #include "tools/sim/model/FaultOutcome.h"
 #include "tools/sim/loop/Timeline.h"
 
@@ -27,7 +27,7 @@ namespace TalvexSim {
 // - Temperatures are the device model's own (without the sensors' noise or faults).
 //   time_above_upper_bound_s counts running and paused time alike. energy_j sums power times
 //   interval over every row; mean_power_w divides it by the time the rows cover.
-// - The SFPS of a running row is held when positive; a negative one (exploring) is skipped; 0
+// - The SFPS of a running row is held when positive; one below -1 (exploring) is skipped; 0
 //   or -1, or a pause, ends the stabilization. A change is a held SFPS that differs from the
 //   last one held before it; the first SFPS of a stabilization is not a change. A reversal is
 //   a change opposite in direction to the previous change of the same stabilization. GFPS
@@ -49,14 +49,8 @@ struct ReportContext {
     std::vector<UserSettings::UserSetting> settings;
     std::optional<std::uint64_t> efpsMaxWrites;
     std::vector<FaultOutcome> faults;
-};
-
-// One finding in plain words; the evidence repeats its numbers by name for the JSON.
-struct Finding {
-    std::string kind;   // "sfps_dither", "gfps_flapping", "hot_at_sfps_floor"
-    std::string brief;  // one line for the summary
-    std::string text;   // the whole finding, with what to change
-    std::vector<std::pair<std::string, double>> evidence;
+    std::uint64_t hostTicks = 0;
+    std::uint64_t exploringTicks = 0;  // host ticks after which the SFPS explored
 };
 
 struct Report {
@@ -87,6 +81,11 @@ struct Report {
     std::vector<SfpsFloor> effectiveSfpsFloor;  // ascending GFPS, each one held in the run
     std::vector<Finding> diagnostics;
     std::vector<FaultOutcome> faults;
+
+    // For the summary on standard output, not in report.json.
+    std::optional<int> lowestSfps;  // lowest SFPS held
+    double heldShare = 0.0;         // share of running rows with a held SFPS
+    double exploringShare = 0.0;    // share of host ticks after which the SFPS explored
 };
 
 // Takes the timeline one row at a time and keeps only counters and tables bounded by the
@@ -104,17 +103,6 @@ class ReportBuilder {
         double interval_s;
         bool withinOne;
     };
-    // Per (GFPS, SFPS) held: for the finding on the SFPS floor.
-    struct HeldPair {
-        double hot_s = 0.0;  // above the upper bound
-        double held_s = 0.0;
-        double peak_C = 0.0;
-        double upperBound_C = 0.0;
-    };
-    struct OfpsSum {
-        double sum = 0.0;
-        std::uint64_t rows = 0;
-    };
 
     void addSteady(const TimelineRow& row);
     void markEvent(double time_s);
@@ -122,7 +110,6 @@ class ReportBuilder {
     void addSfps(const TimelineRow& row);
     void addRecovery(const TimelineRow& row);
     void addGfps(const TimelineRow& row);
-    std::vector<Finding> findings(const Report& report, const ReportContext& context) const;
 
     // The steady rule.
     bool seenRow = false;
@@ -149,31 +136,13 @@ class ReportBuilder {
     std::optional<int> lastSfps;
     int lastSfpsGfps = 0;  // the GFPS of lastSfps
     int lastSfpsDirection = 0;
-    std::uint64_t sfpsChanges = 0;
     std::uint64_t sfpsReversals = 0;
-    std::map<std::pair<int, int>, std::uint64_t> reversalsByPair;  // (lower, higher) SFPS
+    std::optional<int> lowestSfps;
+    std::uint64_t heldRows = 0;
 
     std::optional<int> lastGfps;
     std::uint64_t gfpsChanges = 0;
-    std::map<std::pair<int, int>, std::uint64_t> gfpsChangesByPair;
-    std::map<int, OfpsSum> ofpsByGfps;
-    std::map<std::pair<int, int>, HeldPair> heldPairs;
+    FindingTallies tallies;
 };
-
-// The report's scalar metrics under their report.json keys, in one order: report.json,
-// compare.csv and a sweep's rows all list them from here.
-struct ReportMetric {
-    const char* key;
-    std::optional<double> value;  // null in JSON, an empty cell in CSV
-    int decimals;                 // for tables; report.json keeps three
-};
-using ReportMetrics = std::vector<ReportMetric>;
-ReportMetrics CollectMetrics(const Report& report);
-
-// Byte-identical for identical reports: numbers are rounded to stated decimals.
-std::string ReportJson(const Report& report);
-std::string ReportMarkdown(const Report& report);
-// The report's lines for the summary on standard output.
-std::string ReportSummaryLines(const Report& report);
 
 }  // namespace TalvexSim

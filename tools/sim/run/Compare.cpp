@@ -4,35 +4,19 @@
 #include <cstdio>
 
 #include "tools/sim/output/Chart.h"
-#include "tools/sim/report/Report.h"
+#include "tools/sim/report/Metrics.h"
 
 namespace TalvexSim {
 namespace {
-
-std::string cell(const std::optional<double>& value, int decimals) {
-    if (!value) return "";
-    char text[48];
-    std::snprintf(text, sizeof text, "%.*f", decimals, *value);
-    return text;
-}
 
 // What compare.md shows of each run; compare.csv carries every metric.
 const char* const kHeadline[] = {"fps_stability", "mean_fps",           "jank_per_min",
                                  "frame_ms_p99",  "peak_temperature_c", "time_above_upper_bound_s",
                                  "energy_j"};
 
-std::optional<double> metric(const ReportMetrics& metrics, const std::string& key) {
-    for (const ReportMetric& m : metrics) {
-        if (m.key == key) return m.value;
-    }
-    return std::nullopt;
-}
-
-int decimalsOf(const ReportMetrics& metrics, const std::string& key) {
-    for (const ReportMetric& m : metrics) {
-        if (m.key == key) return m.decimals;
-    }
-    return 3;
+std::string orNa(const MetricValues& metrics, const char* key) {
+    const std::string cell = MetricCell(metrics, key);
+    return cell.empty() ? "n/a" : cell;
 }
 
 }  // namespace
@@ -53,9 +37,8 @@ void WriteComparison(OutputSet& outputs, const Scenario& scenario,
     csv << '\n';
     for (const SessionRecord& record : records) {
         csv << record.policy;
-        for (const ReportMetric& m : CollectMetrics(record.report)) {
-            csv << ',' << cell(m.value, m.decimals);
-        }
+        const MetricValues metrics = MetricValuesOf(record.report);
+        for (const ReportMetric& m : header) csv << ',' << MetricCell(metrics, m.key);
         csv << '\n';
     }
 
@@ -69,12 +52,9 @@ void WriteComparison(OutputSet& outputs, const Scenario& scenario,
     for (size_t i = 0; i < sizeof kHeadline / sizeof kHeadline[0]; ++i) md << "---:|";
     md << '\n';
     for (const SessionRecord& record : records) {
-        const ReportMetrics metrics = CollectMetrics(record.report);
+        const MetricValues metrics = MetricValuesOf(record.report);
         md << "| " << record.policy << " |";
-        for (const char* key : kHeadline) {
-            const std::optional<double> value = metric(metrics, key);
-            md << ' ' << (value ? cell(value, decimalsOf(metrics, key)) : "n/a") << " |";
-        }
+        for (const char* key : kHeadline) md << ' ' << orNa(metrics, key) << " |";
         md << '\n';
     }
     md << "\n![FPS and temperature of each policy](compare.svg)\n";
@@ -89,9 +69,8 @@ void WriteComparison(OutputSet& outputs, const Scenario& scenario,
     chart.subtitle = std::to_string(scenario.refreshRate_Hz) + " Hz screen, seed " +
                      std::to_string(scenario.seed) + "; OFPS per second, device temperature";
     chart.refreshRate_Hz = scenario.refreshRate_Hz;
-    DeciderBounds bounds;
-    ApplyToBounds(bounds, scenario.settings);
-    chart.temperatureUpperBound_C = bounds.temperatureUpper_C;
+    // Every policy runs the same settings, so the first run's bounds are every run's.
+    chart.temperatureUpperBound_C = records.front().finalBounds.temperatureUpper_C;
     for (const SessionRecord& record : records) {
         chart.series.push_back({record.policy, &record.chartRows});
     }
@@ -109,15 +88,11 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
                   "mean FPS", "jank/min", "peak C", "energy J");
     text += line;
     for (const SessionRecord& record : records) {
-        const ReportMetrics metrics = CollectMetrics(record.report);
-        auto shown = [&](const char* key, int decimals) {
-            const std::optional<double> value = metric(metrics, key);
-            return value ? cell(value, decimals) : std::string("n/a");
-        };
+        const MetricValues metrics = MetricValuesOf(record.report);
         std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", record.policy.c_str(),
-                      shown("fps_stability", 3).c_str(), shown("mean_fps", 1).c_str(),
-                      shown("jank_per_min", 2).c_str(), shown("peak_temperature_c", 1).c_str(),
-                      shown("energy_j", 0).c_str());
+                      orNa(metrics, "fps_stability").c_str(), orNa(metrics, "mean_fps").c_str(),
+                      orNa(metrics, "jank_per_min").c_str(),
+                      orNa(metrics, "peak_temperature_c").c_str(), orNa(metrics, "energy_j").c_str());
         text += line;
     }
     text += "  outputs        " + directory +

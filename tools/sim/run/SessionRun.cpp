@@ -4,7 +4,10 @@
 #include <cmath>
 #include <sstream>
 
+#include "tools/sim/base/Text.h"
 #include "tools/sim/output/Chart.h"
+#include "tools/sim/output/ReportText.h"
+#include "tools/sim/output/TimelineCsv.h"
 #include "tools/sim/model/GameModel.h"
 
 namespace TalvexSim {
@@ -15,17 +18,6 @@ namespace {
 constexpr double kChartRowsWhole = 3600.0;
 constexpr double kChartRowsThinned = 1000.0;
 constexpr double kFirstHour_s = 3600.0;
-
-// The decider bounds the chart draws: the library's defaults, then the scenario's settings in
-// the order they are applied.
-void applySettingsToChart(ChartInput& chart, const Scenario& scenario) {
-    DeciderBounds bounds;
-    ApplyToBounds(bounds, scenario.settings);
-    for (const ScenarioEvent& event : scenario.events) ApplyToBounds(bounds, event.settings);
-    chart.temperatureLowerBound_C = bounds.temperatureLower_C;
-    chart.temperatureUpperBound_C = bounds.temperatureUpper_C;
-    chart.currentThreshold_mA = bounds.currentThreshold_mA;
-}
 
 std::string chartSubtitle(const Scenario& scenario, const SessionRequest& request) {
     std::ostringstream text;
@@ -38,6 +30,86 @@ std::string chartSubtitle(const Scenario& scenario, const SessionRequest& reques
     if (request.policy.kind != PolicyKind::Library) text << ", policy " << request.policy.name;
     if (!scenario.description.empty()) text << " \u2014 " << scenario.description;
     return text.str();
+}
+
+// Streams the run's rows into the timeline, the report and the chart's rows as they come.
+RunResult streamRun(OutputSet& outputs, const SessionRequest& request, const std::string& prefix,
+                    ReportBuilder& report, SessionRecord& record) {
+    const Scenario& scenario = *request.scenario;
+    const bool closedLoop = request.replay == nullptr;
+    std::ostream& timeline = outputs.Stream(prefix + "timeline.csv");
+    std::ostream& log = outputs.Stream(prefix + "library.log");
+    WriteTimelineHeader(timeline, closedLoop);
+    const double row_s = scenario.tickEveryFrame || !closedLoop ? 1.0 : scenario.tick_s;
+    ChartRows chartRows(closedLoop ? scenario.duration_s
+                                   : request.replay->back().time_s - request.replay->front().time_s,
+                        row_s);
+
+    RunOptions options;
+    options.policy = request.policy;
+    options.frameDetail = request.frameDetail;
+    options.nodeDirectory = request.nodeDirectory;
+    options.progress = [&](double done_s) {
+        if (!record.memoryAtFirstHour && done_s >= kFirstHour_s) {
+            record.memoryAtFirstHour = ReadResidentMemory();
+        }
+        if (request.progress) request.progress(done_s);
+    };
+    options.rowSink = [&](const TimelineRow& row) {
+        WriteTimelineRow(timeline, row, closedLoop);
+        report.Add(row);
+        chartRows.Add(row);
+        record.finalBounds.temperatureLower_C = row.lowerBound_C;
+        record.finalBounds.temperatureUpper_C = row.upperBound_C;
+        record.finalBounds.currentThreshold_mA = row.currentThreshold_mA;
+    };
+    options.logSink = [&log](const std::string& line) { log << line; };
+    RunResult result = closedLoop ? RunClosedLoop(scenario, options)
+                                  : RunReplay(scenario, *request.replay, options);
+    if (record.memoryAtFirstHour) record.memoryAtEnd = ReadResidentMemory();
+    record.chartRows = chartRows.Take();
+    return result;
+}
+
+std::string chart(const SessionRequest& request, const SessionRecord& record,
+                  int refreshRate_Hz) {
+    const Scenario& scenario = *request.scenario;
+    ChartInput chart;
+    chart.title = "talvex-sim: " + scenario.name;
+    chart.subtitle = chartSubtitle(scenario, request);
+    chart.rows = &record.chartRows;
+    chart.refreshRate_Hz = refreshRate_Hz;
+    chart.tick_s = scenario.tick_s;
+    chart.temperatureLowerBound_C = record.finalBounds.temperatureLower_C;
+    chart.temperatureUpperBound_C = record.finalBounds.temperatureUpper_C;
+    chart.currentThreshold_mA = record.finalBounds.currentThreshold_mA;
+    return RenderChart(chart);
+}
+
+ReportContext reportContext(const SessionRequest& request, const RunResult& result,
+                            int refreshRate_Hz) {
+    const Scenario& scenario = *request.scenario;
+    ReportContext context;
+    context.scenario = scenario.name;
+    context.policy = request.policy.name;
+    context.seed = scenario.seed;
+    context.running_s = result.running_s;
+    context.gameCapFps = request.replay == nullptr
+                             ? GameModel::CapFps(scenario.game, scenario.refreshRate_Hz)
+                             : refreshRate_Hz;
+    context.refreshRate_Hz = refreshRate_Hz;
+    if (request.policy.UsesManager()) {
+        context.settings = scenario.settings;
+        for (const ScenarioEvent& event : scenario.events) {
+            context.settings.insert(context.settings.end(), event.settings.begin(),
+                                    event.settings.end());
+        }
+    }
+    context.efpsMaxWrites = result.efpsMaxWrites;
+    context.faults = result.faults;
+    context.hostTicks = result.hostTicks;
+    context.exploringTicks = result.exploringTicks;
+    return context;
 }
 
 }  // namespace
@@ -57,76 +129,19 @@ void ChartRows::Add(const TimelineRow& row) {
 SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
     const Scenario& scenario = *request.scenario;
     const std::string prefix = request.folder.empty() ? "" : request.folder + "/";
-    const bool closedLoop = request.replay == nullptr;
-
+    const int refreshRate_Hz = request.replay == nullptr ? scenario.refreshRate_Hz
+                                                         : request.replay->front().refreshRate_Hz;
     SessionRecord record;
     record.policy = request.policy.name;
-    std::ostream& timeline = outputs.Stream(prefix + "timeline.csv");
-    std::ostream& log = outputs.Stream(prefix + "library.log");
-    WriteTimelineHeader(timeline, closedLoop);
-    SummaryBuilder summary;
     ReportBuilder report;
-    const double row_s = scenario.tickEveryFrame || !closedLoop ? 1.0 : scenario.tick_s;
-    ChartRows chartRows(closedLoop ? scenario.duration_s
-                                   : request.replay->back().time_s - request.replay->front().time_s,
-                        row_s);
-
-    RunOptions options;
-    options.policy = request.policy;
-    options.frameDetail = request.frameDetail;
-    options.nodeDirectory = request.nodeDirectory;
-    options.progress = [&](double done_s) {
-        if (!record.memoryAtFirstHour && done_s >= kFirstHour_s) {
-            record.memoryAtFirstHour = ReadResidentMemory();
-        }
-        if (request.progress) request.progress(done_s);
-    };
-    options.rowSink = [&](const TimelineRow& row) {
-        WriteTimelineRow(timeline, row, closedLoop);
-        summary.Add(row);
-        report.Add(row);
-        chartRows.Add(row);
-    };
-    options.logSink = [&log](const std::string& line) { log << line; };
-    record.result = closedLoop ? RunClosedLoop(scenario, options)
-                               : RunReplay(scenario, *request.replay, options);
-    if (record.memoryAtFirstHour) record.memoryAtEnd = ReadResidentMemory();
-    record.chartRows = chartRows.Take();
-    record.summary = summary.Finish(record.result.frames, record.result.running_s,
-                                    record.result.hostTicks, record.result.exploringTicks);
-
-    ChartInput chart;
-    chart.title = "talvex-sim: " + scenario.name;
-    chart.subtitle = chartSubtitle(scenario, request);
-    chart.rows = &record.chartRows;
-    chart.refreshRate_Hz =
-        closedLoop ? scenario.refreshRate_Hz : request.replay->front().refreshRate_Hz;
-    chart.tick_s = scenario.tick_s;
-    applySettingsToChart(chart, scenario);
-    outputs.Put(prefix + "chart.svg", RenderChart(chart));
+    record.result = streamRun(outputs, request, prefix, report, record);
+    outputs.Put(prefix + "chart.svg", chart(request, record, refreshRate_Hz));
     record.result.trace->WriteJson(
         outputs.Stream(prefix + "trace.json"),
         {scenario.pid, scenario.package + " (pid " + std::to_string(scenario.pid) + ")"});
     record.result.trace.reset();
-
-    ReportContext context;
-    context.scenario = scenario.name;
-    context.policy = request.policy.name;
-    context.seed = scenario.seed;
-    context.running_s = record.result.running_s;
-    context.gameCapFps = closedLoop ? GameModel::CapFps(scenario.game, scenario.refreshRate_Hz)
-                                    : chart.refreshRate_Hz;
-    context.refreshRate_Hz = chart.refreshRate_Hz;
-    if (request.policy.UsesManager()) {
-        context.settings = scenario.settings;
-        for (const ScenarioEvent& event : scenario.events) {
-            context.settings.insert(context.settings.end(), event.settings.begin(),
-                                    event.settings.end());
-        }
-    }
-    context.efpsMaxWrites = record.result.efpsMaxWrites;
-    context.faults = record.result.faults;
-    record.report = report.Finish(context, record.result.frames);
+    record.report = report.Finish(reportContext(request, record.result, refreshRate_Hz),
+                                  record.result.frames);
     outputs.Put(prefix + "report.json", ReportJson(record.report));
     outputs.Put(prefix + "report.md", ReportMarkdown(record.report));
     record.files = {"timeline.csv", "trace.json",  "chart.svg",
@@ -147,22 +162,22 @@ std::string SessionSummaryLines(const SessionRecord& record) {
             ++restored;
             slowest_s = std::max(slowest_s, *fault.nodeRestored_s - fault.at_s - fault.duration_s);
         }
-        text += SummaryLine("fault events",
+        text += LabelLine("fault events",
                             std::to_string(faults.size()) + ", " + std::to_string(escaped) +
                                 " exception(s) escaped; efps_max back after " +
                                 std::to_string(restored) + " of them, at most " +
-                                FormatNumber("%.1f", slowest_s) + " s after the end");
+                                Fixed(slowest_s, 1) + " s after the end");
     }
     if (record.memoryAtFirstHour && record.memoryAtEnd) {
         const double mib = 1024.0 * 1024.0;
         const double growth = (static_cast<double>(record.memoryAtEnd->current_bytes) -
                                static_cast<double>(record.memoryAtFirstHour->current_bytes)) /
                               mib;
-        text += SummaryLine(
+        text += LabelLine(
             "memory",
             "peak RSS " +
-                FormatNumber("%.1f", static_cast<double>(record.memoryAtEnd->peak_bytes) / mib) +
-                " MiB; RSS growth after the first hour " + FormatNumber("%+.2f", growth) + " MiB");
+                Fixed(static_cast<double>(record.memoryAtEnd->peak_bytes) / mib, 1) +
+                " MiB; RSS growth after the first hour " + SignedFixed(growth, 2) + " MiB");
     }
     return text;
 }

@@ -11,8 +11,8 @@
 #include "tools/sim/report/Report.h"
 #include "tools/sim/base/ResourceUsage.h"
 #include "tools/sim/input/Scenario.h"
+#include "tools/sim/loop/DeciderBounds.h"
 #include "tools/sim/loop/Simulation.h"
-#include "tools/sim/output/Summary.h"
 
 namespace TalvexSim {
 
@@ -31,10 +31,10 @@ struct SessionRequest {
 // What a run leaves besides its files: its figures, and its rows thinned for charts.
 struct SessionRecord {
     std::string policy;
-    Summary summary;
     Report report;
     RunResult result;                    // without rows, log or trace: those went to the files
     std::vector<TimelineRow> chartRows;  // every row of a short run, fewer of a long one
+    DeciderBounds finalBounds;           // in force at the end of the run
     std::vector<std::string> files;      // as named in the output set
     // Resident memory after the first simulated hour and when the loop ended, for long runs:
     // what the loop keeps grows no further once the first hour is traced.

@@ -4,15 +4,20 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "tools/sim/sweep/SweepCommand.h"
+
+#include "tools/sim/base/Arguments.h"
 #include "tools/sim/base/InputError.h"
+#include "tools/sim/base/Text.h"
 #include "tools/sim/output/OutputFiles.h"
 #include "tools/sim/input/Policy.h"
 #include "tools/sim/output/Progress.h"
 #include "tools/sim/input/Scenario.h"
 #include "tools/sim/input/StrictJson.h"
-#include "tools/sim/output/Summary.h"
-#include "tools/sim/sweep/Sweep.h"
-#include "tools/sim/sweep/SweepMerge.h"
+#include "tools/sim/report/Metrics.h"
+#include "tools/sim/sweep/Merge.h"
+#include "tools/sim/sweep/Plan.h"
+#include "tools/sim/sweep/Workers.h"
 
 namespace TalvexSim {
 namespace {
@@ -37,60 +42,50 @@ struct SweepArguments {
     bool progress = true;
 };
 
-double positive(const std::string& option, const std::string& text) {
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || !(value > 0.0)) {
-        throw InputError("sweep: " + option + " takes a positive number, not '" + text + "'");
+void addAxis(ArgumentReader<InputError>& words, std::vector<SweepAxis>& axes) {
+    try {
+        axes.push_back(ParseAxis(words.Value()));
+    } catch (const std::invalid_argument& error) {
+        words.Fail(std::string("--vary ") + error.what());
     }
-    return value;
+    for (size_t a = 0; a + 1 < axes.size(); ++a) {
+        if (axes[a].Column() == axes.back().Column()) {
+            words.Fail(axes.back().Column() + " is varied twice");
+        }
+    }
 }
 
 SweepArguments parseSweep(const std::vector<std::string>& arguments) {
     SweepArguments parsed;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        const std::string& argument = arguments[i];
-        auto value = [&]() -> const std::string& {
-            if (i + 1 >= arguments.size())
-                throw InputError("sweep: " + argument + " needs a value");
-            return arguments[++i];
-        };
-        if (argument == "--vary") {
-            try {
-                parsed.axes.push_back(ParseAxis(value()));
-            } catch (const std::invalid_argument& error) {
-                throw InputError(std::string("sweep: --vary ") + error.what());
-            }
-            for (size_t a = 0; a + 1 < parsed.axes.size(); ++a) {
-                if (parsed.axes[a].Column() == parsed.axes.back().Column()) {
-                    throw InputError("sweep: " + parsed.axes.back().Column() + " is varied twice");
-                }
-            }
-        } else if (argument == "--policy") {
-            parsed.policy = value();
-        } else if (argument == "--jobs") {
-            const double jobs = positive(argument, value());
+    ArgumentReader<InputError> words(arguments, "sweep: ");
+    while (words.Next()) {
+        const std::string& word = words.Word();
+        if (word == "--vary") {
+            addAxis(words, parsed.axes);
+        } else if (word == "--policy") {
+            parsed.policy = words.Value();
+        } else if (word == "--jobs") {
+            const double jobs = words.Number(0.0, false, "a positive number");
             if (jobs != static_cast<unsigned>(jobs)) {
-                throw InputError("sweep: --jobs takes a whole number, not '" + arguments[i] + "'");
+                words.Fail("--jobs takes a whole number, not '" + words.Word() + "'");
             }
             parsed.jobs = static_cast<unsigned>(jobs);
-        } else if (argument == "--objective") {
-            parsed.objective = value();
-        } else if (argument == "--timeout") {
-            parsed.timeout_s = positive(argument, value());
-        } else if (argument == "--plan") {
-            parsed.planPath = value();
-        } else if (argument == "--out") {
-            parsed.outputDirectory = value();
-        } else if (argument == "--no-progress") {
+        } else if (word == "--objective") {
+            parsed.objective = words.Value();
+        } else if (word == "--timeout") {
+            parsed.timeout_s = words.Number(0.0, false, "a positive number");
+        } else if (word == "--plan") {
+            parsed.planPath = words.Value();
+        } else if (word == "--out") {
+            parsed.outputDirectory = words.Value();
+        } else if (word == "--no-progress") {
             parsed.progress = false;
-        } else if (!argument.empty() && argument[0] == '-') {
-            throw InputError("sweep: unknown option " + argument + " (see talvex-sim --help)");
+        } else if (words.IsOption()) {
+            words.Fail("unknown option " + word + " (see talvex-sim --help)");
         } else if (parsed.scenarioPath.empty()) {
-            parsed.scenarioPath = argument;
+            parsed.scenarioPath = word;
         } else {
-            throw InputError("sweep: one scenario at a time ('" + parsed.scenarioPath + "' and '" +
-                             argument + "')");
+            words.Fail("one scenario at a time ('" + parsed.scenarioPath + "' and '" + word + "')");
         }
     }
     return parsed;
@@ -128,7 +123,7 @@ std::string absolute(const std::string& path) {
 std::string elapsed(std::chrono::steady_clock::time_point start) {
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-    return FormatNumber(seconds < 10.0 ? "%.2f" : "%.1f", seconds);
+    return Fixed(seconds, seconds < 10.0 ? 2 : 1);
 }
 
 }  // namespace
@@ -195,14 +190,14 @@ int RunSweepCommand(const std::vector<std::string>& arguments, std::FILE* out, s
 int RunMergeCommand(const std::vector<std::string>& arguments, std::FILE* out) {
     std::vector<std::string> directories;
     std::string outputDirectory;
-    for (size_t i = 0; i < arguments.size(); ++i) {
-        if (arguments[i] == "--out") {
-            if (i + 1 >= arguments.size()) throw InputError("merge: --out needs a value");
-            outputDirectory = arguments[++i];
-        } else if (!arguments[i].empty() && arguments[i][0] == '-') {
-            throw InputError("merge: unknown option " + arguments[i] + " (see talvex-sim --help)");
+    ArgumentReader<InputError> words(arguments, "merge: ");
+    while (words.Next()) {
+        if (words.Word() == "--out") {
+            outputDirectory = words.Value();
+        } else if (words.IsOption()) {
+            words.Fail("unknown option " + words.Word() + " (see talvex-sim --help)");
         } else {
-            directories.push_back(arguments[i]);
+            directories.push_back(words.Word());
         }
     }
     if (directories.empty()) throw InputError("merge: name the sweep folder(s) to merge");

@@ -6,13 +6,9 @@
 #include <vector>
 
 #include "tools/sim/report/Objective.h"
-#include "tools/sim/sweep/Sweep.h"
+#include "tools/sim/sweep/Plan.h"
 
 namespace TalvexSim {
-
-// The report's metric names, in the report's order: the columns of sweep.csv and the names an
-// objective may use.
-std::vector<std::string> ReportMetricNames();
 
 struct SweepRow {
     size_t run = 0;                   // from 1

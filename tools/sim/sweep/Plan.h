@@ -57,25 +57,4 @@ std::string ShellLine(const std::vector<std::string>& command);
 // one cannot pick them up. Only folders holding a run.json are touched.
 void RemoveEarlierRuns(const std::string& sweepDirectory);
 
-// Runs the commands, at most `jobs` at once, and calls `done` with how many have finished.
-// Throws std::runtime_error when a process cannot be started.
-void RunCommands(const std::vector<std::vector<std::string>>& commands, unsigned jobs,
-                 const std::function<void(size_t finished)>& done);
-
-// `talvex-sim sweep-run`: one run of a sweep in a child process, under a time limit. The child
-// is an ordinary run (scenario, --policy, --set, --out); its outcome, ok, refused (the library
-// refused a record: its message) or failed (a crash, a hang, any other error), goes into the
-// run folder's run.json, which is what a merge reads. Exit status 0 when the outcome was
-// recorded and the run was not failed, 1 otherwise, 2 for bad arguments.
-int RunSweepWorker(const std::vector<std::string>& arguments, std::FILE* err);
-
-// `talvex-sim sweep` and `talvex-sim merge` behind the command line; `executable` is the program
-// each run starts (talvex-sim itself). Throw InputError for bad arguments or input; return 1 when
-// a run failed or is missing, 0 otherwise.
-int RunSweepCommand(const std::vector<std::string>& arguments, std::FILE* out, std::FILE* err,
-                    const std::string& executable);
-int RunMergeCommand(const std::vector<std::string>& arguments, std::FILE* out);
-// The running program's own file.
-std::string CurrentExecutable();
-
 }  // namespace TalvexSim

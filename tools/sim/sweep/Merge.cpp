@@ -1,4 +1,4 @@
-#include "tools/sim/sweep/SweepMerge.h"
+#include "tools/sim/sweep/Merge.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -10,10 +10,10 @@
 #include "tools/sim/output/Chart.h"
 #include "tools/sim/base/InputError.h"
 #include "tools/sim/output/OutputFiles.h"
-#include "tools/sim/report/Report.h"
+#include "tools/sim/report/Metrics.h"
 #include "tools/sim/input/Scenario.h"
 #include "tools/sim/input/StrictJson.h"
-#include "tools/sim/output/Summary.h"
+#include "tools/sim/base/Text.h"
 
 namespace TalvexSim {
 namespace {
@@ -64,45 +64,6 @@ void readRun(const std::string& folder, const SweepDefinition& definition,
     row.config = ReadTextFile(folder + "/config.json");
 }
 
-std::string csvCell(const std::string& text) {
-    if (text.find_first_of(",\"\n") == std::string::npos) return text;
-    std::string quoted = "\"";
-    for (const char c : text) quoted += c == '"' ? std::string("\"\"") : std::string(1, c);
-    return quoted + "\"";
-}
-
-std::string markdownCell(const std::string& text) {
-    std::string out;
-    for (const char c : text) {
-        if (c == '|') {
-            out += "\\|";
-        } else if (c == '\n' || c == '\t') {
-            if (!out.empty() && out.back() != ' ') out += ' ';
-        } else if (c != ' ' || (!out.empty() && out.back() != ' ')) {
-            out += c;
-        }
-    }
-    return out;
-}
-
-int decimalsOf(const std::string& name) {
-    for (const ReportMetric& metric : CollectMetrics(Report{})) {
-        if (metric.key == name) return metric.decimals;
-    }
-    return 3;
-}
-
-std::optional<double> metricOf(const MetricValues& metrics, const std::string& name) {
-    const auto found = metrics.find(name);
-    if (found == metrics.end()) return std::nullopt;
-    return found->second;
-}
-
-std::string shown(const MetricValues& metrics, const std::string& name, int decimals) {
-    const std::optional<double> value = metricOf(metrics, name);
-    return value ? FormatNumber(("%." + std::to_string(decimals) + "f").c_str(), *value) : "";
-}
-
 std::string settingsText(const SweepResult& result, const SweepRow& row) {
     std::string text;
     for (size_t i = 0; i < row.values.size(); ++i) {
@@ -142,9 +103,9 @@ std::string table(const SweepResult& result, const std::vector<size_t>& rows,
     for (size_t k = 0; k < rows.size(); ++k) {
         const SweepRow& row = result.rows[rows[k]];
         md += "| " + firstCell(k) + " | " + std::to_string(row.run) + " |";
-        for (const std::string& value : row.values) md += " " + markdownCell(value) + " |";
+        for (const std::string& value : row.values) md += " " + MarkdownCell(value) + " |";
         for (const std::string& name : metrics) {
-            md += " " + shown(row.metrics, name, decimalsOf(name)) + " |";
+            md += " " + MetricCell(row.metrics, name) + " |";
         }
         md += '\n';
     }
@@ -154,16 +115,19 @@ std::string table(const SweepResult& result, const std::vector<size_t>& rows,
 std::string sweepCsv(const SweepResult& result) {
     const std::vector<std::string> metrics = ReportMetricNames();
     std::string csv = "run";
-    for (const SweepAxis& axis : result.definition.axes) csv += "," + csvCell(axis.Column());
+    for (const SweepAxis& axis : result.definition.axes) csv += "," + CsvCell(axis.Column());
     csv += ",status";
     for (const std::string& name : metrics) csv += "," + name;
     csv += '\n';
     for (const SweepRow& row : result.rows) {
         csv += std::to_string(row.run);
-        for (const std::string& value : row.values) csv += "," + csvCell(value);
+        for (const std::string& value : row.values) csv += "," + CsvCell(value);
         csv += "," + row.status;
         // As report.json has them, so that a row compares exactly with a rerun's report.
-        for (const std::string& name : metrics) csv += "," + shown(row.metrics, name, 3);
+        for (const std::string& name : metrics) {
+            const std::optional<double> value = MetricValue(row.metrics, name);
+            csv += "," + (value ? Fixed(*value, 3) : std::string());
+        }
         csv += '\n';
     }
     return csv;
@@ -222,8 +186,8 @@ std::string sweepMarkdown(const SweepResult& result) {
     std::string apart;
     for (const SweepRow& row : result.rows) {
         if (row.status == "ok") continue;
-        apart += "| " + std::to_string(row.run) + " | " + markdownCell(settingsText(result, row)) +
-                 " | " + row.status + " | " + markdownCell(row.message) + " |\n";
+        apart += "| " + std::to_string(row.run) + " | " + MarkdownCell(settingsText(result, row)) +
+                 " | " + row.status + " | " + MarkdownCell(row.message) + " |\n";
     }
     if (!apart.empty()) {
         md +=
@@ -259,8 +223,8 @@ std::string paretoChart(const SweepResult& result) {
     std::map<std::pair<double, double>, std::vector<size_t>> points;
     for (size_t i = 0; i < result.rows.size(); ++i) {
         const SweepRow& row = result.rows[i];
-        const std::optional<double> peak = metricOf(row.metrics, kTemperature);
-        const std::optional<double> fps = metricOf(row.metrics, kFps);
+        const std::optional<double> peak = MetricValue(row.metrics, kTemperature);
+        const std::optional<double> fps = MetricValue(row.metrics, kFps);
         if (row.status != "ok" || !peak || !fps) {
             chart.apart.push_back("run " + std::to_string(row.run) + ": " +
                                   (row.status == "ok" ? "no temperature" : row.status));
@@ -286,36 +250,8 @@ std::string paretoChart(const SweepResult& result) {
     return RenderParetoChart(chart);
 }
 
-}  // namespace
-
-std::vector<std::string> ReportMetricNames() {
-    std::vector<std::string> names;
-    for (const ReportMetric& metric : CollectMetrics(Report{})) names.push_back(metric.key);
-    return names;
-}
-
-size_t SweepResult::Count(const std::string& status) const {
-    return static_cast<size_t>(std::count_if(
-        rows.begin(), rows.end(), [&](const SweepRow& row) { return row.status == status; }));
-}
-
-std::vector<size_t> ParetoFront(const std::vector<std::pair<double, double>>& points) {
-    std::vector<size_t> front;
-    for (size_t i = 0; i < points.size(); ++i) {
-        const double low = points[i].first, high = points[i].second;
-        const bool beaten = std::any_of(points.begin(), points.end(), [&](const auto& other) {
-            return other.first <= low && other.second >= high &&
-                   (other.first < low || other.second > high);
-        });
-        if (!beaten) front.push_back(i);
-    }
-    std::stable_sort(front.begin(), front.end(),
-                     [&](size_t a, size_t b) { return points[a].first < points[b].first; });
-    return front;
-}
-
-SweepResult MergeSweep(const std::vector<std::string>& directories,
-                       const std::string& outputDirectory) {
+// The definition every folder agrees on, and each run's row from the first folder that has it.
+SweepResult readSweep(const std::vector<std::string>& directories) {
     SweepResult result;
     for (size_t i = 0; i < directories.size(); ++i) {
         const std::string path = directories[i] + "/sweep.json";
@@ -350,7 +286,11 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
         }
         result.rows.push_back(std::move(row));
     }
+    return result;
+}
 
+// The runs meeting the objective, best first; the nearest miss when none does; the front.
+void rank(SweepResult& result) {
     std::vector<std::pair<double, double>> points;
     std::vector<size_t> pointRows;
     for (size_t i = 0; i < result.rows.size(); ++i) {
@@ -362,8 +302,8 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
                 result.objective.Shortfall(result.rows[*result.closest].metrics)) {
             result.closest = i;
         }
-        const std::optional<double> peak = metricOf(row.metrics, kTemperature);
-        const std::optional<double> fps = metricOf(row.metrics, kFps);
+        const std::optional<double> peak = MetricValue(row.metrics, kTemperature);
+        const std::optional<double> fps = MetricValue(row.metrics, kFps);
         if (peak && fps) {
             points.emplace_back(*peak, *fps);
             pointRows.push_back(i);
@@ -374,7 +314,9 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
         return result.objective.Better(result.rows[a].metrics, result.rows[b].metrics);
     });
     for (const size_t index : ParetoFront(points)) result.front.push_back(pointRows[index]);
+}
 
+void writeSweep(const SweepResult& result, const std::string& outputDirectory) {
     OutputSet outputs(outputDirectory);
     outputs.Put("sweep.csv", sweepCsv(result));
     outputs.Put("sweep.md", sweepMarkdown(result));
@@ -386,13 +328,42 @@ SweepResult MergeSweep(const std::vector<std::string>& directories,
         std::error_code ignored;
         std::filesystem::remove(outputDirectory + "/recommended.json", ignored);
     }
+}
+
+}  // namespace
+
+size_t SweepResult::Count(const std::string& status) const {
+    return static_cast<size_t>(std::count_if(
+        rows.begin(), rows.end(), [&](const SweepRow& row) { return row.status == status; }));
+}
+
+std::vector<size_t> ParetoFront(const std::vector<std::pair<double, double>>& points) {
+    std::vector<size_t> front;
+    for (size_t i = 0; i < points.size(); ++i) {
+        const double low = points[i].first, high = points[i].second;
+        const bool beaten = std::any_of(points.begin(), points.end(), [&](const auto& other) {
+            return other.first <= low && other.second >= high &&
+                   (other.first < low || other.second > high);
+        });
+        if (!beaten) front.push_back(i);
+    }
+    std::stable_sort(front.begin(), front.end(),
+                     [&](size_t a, size_t b) { return points[a].first < points[b].first; });
+    return front;
+}
+
+SweepResult MergeSweep(const std::vector<std::string>& directories,
+                       const std::string& outputDirectory) {
+    SweepResult result = readSweep(directories);
+    rank(result);
+    writeSweep(result, outputDirectory);
     return result;
 }
 
 std::string FormatSweepResult(const SweepResult& result, const std::string& directory) {
     std::string text;
     const auto line = [&text](const std::string& label, const std::string& value) {
-        text += SummaryLine(label, value);
+        text += LabelLine(label, value);
     };
     line("runs",
          std::to_string(result.rows.size()) + ": " + std::to_string(result.Count("ok")) + " ok, " +
@@ -406,7 +377,7 @@ std::string FormatSweepResult(const SweepResult& result, const std::string& dire
         line("best",
              "run " + std::to_string(best.run) + " (" + settingsText(result, best) + "); " +
                  result.objective.metric + " " +
-                 shown(best.metrics, result.objective.metric, decimalsOf(result.objective.metric)));
+                 MetricCell(best.metrics, result.objective.metric));
     } else if (result.closest) {
         const SweepRow& closest = result.rows[*result.closest];
         line("best", "no run meets the constraints; closest: run " + std::to_string(closest.run) +
@@ -421,7 +392,7 @@ std::string FormatSweepResult(const SweepResult& result, const std::string& dire
     line("pareto front", front.empty() ? "none" : "runs " + front);
     for (const SweepRow& row : result.rows) {
         if (row.status == "ok") continue;
-        const std::string message = markdownCell(row.message);
+        const std::string message = MarkdownCell(row.message);
         line("run " + std::to_string(row.run) + " " + row.status,
              message.size() > 160 ? message.substr(0, 157) + "..." : message);
     }

@@ -1,0 +1,53 @@
+#include "tools/sim/report/Metrics.h"
+
+#include "tools/sim/base/Text.h"
+
+namespace TalvexSim {
+
+ReportMetrics CollectMetrics(const Report& report) {
+    return {{"fps_stability", report.fpsStability, 3},
+            {"mean_fps", report.meanFps, 1},
+            {"frame_ms_p50", report.frameP50_ms, 2},
+            {"frame_ms_p99", report.frameP99_ms, 2},
+            {"jank_per_min", report.jankPerMin, 2},
+            {"peak_temperature_c", report.peakTemperature_C, 1},
+            {"time_above_upper_bound_s", report.timeAboveUpperBound_s, 0},
+            {"energy_j", report.energy_J, 0},
+            {"mean_power_w", report.meanPower_W, 2},
+            {"time_to_first_decrease_s", report.timeToFirstDecrease_s, 0},
+            {"time_to_recover_s", report.timeToRecover_s, 0},
+            {"sfps_changes_per_10min", report.sfpsChangesPer10Min, 1},
+            {"sfps_reversals_per_10min", report.sfpsReversalsPer10Min, 1},
+            {"gfps_changes_per_10min", report.gfpsChangesPer10Min, 1}};
+}
+
+std::vector<std::string> ReportMetricNames() {
+    std::vector<std::string> names;
+    for (const ReportMetric& metric : CollectMetrics(Report{})) names.push_back(metric.key);
+    return names;
+}
+
+int MetricDecimals(const std::string& key) {
+    for (const ReportMetric& metric : CollectMetrics(Report{})) {
+        if (metric.key == key) return metric.decimals;
+    }
+    return 3;
+}
+
+MetricValues MetricValuesOf(const Report& report) {
+    MetricValues values;
+    for (const ReportMetric& metric : CollectMetrics(report)) values[metric.key] = metric.value;
+    return values;
+}
+
+std::optional<double> MetricValue(const MetricValues& values, const std::string& key) {
+    const auto found = values.find(key);
+    return found == values.end() ? std::nullopt : found->second;
+}
+
+std::string MetricCell(const MetricValues& values, const std::string& key) {
+    const std::optional<double> value = MetricValue(values, key);
+    return value ? Fixed(*value, MetricDecimals(key)) : std::string();
+}
+
+}  // namespace TalvexSim
