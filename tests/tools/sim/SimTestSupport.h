@@ -1,14 +1,19 @@
 #pragma once
 
+#include <gtest/gtest.h>
+#include <json/json.h>
 #include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
+#include <memory>
 #include <sstream>
 #include <string>
 
-#include "tools/sim/InputError.h"
-#include "tools/sim/Scenario.h"
+#include "tools/sim/base/InputError.h"
+#include "tools/sim/input/Scenario.h"
+#include "tools/sim/loop/Simulation.h"
 
 namespace TalvexSimTest {
 
@@ -44,6 +49,31 @@ inline std::string LoadError(const std::string& text) {
         return error.what();
     }
     return "<loaded>";
+}
+
+// A document the test expects to be strict JSON.
+inline Json::Value ParseJson(const std::string& text) {
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    Json::Value root;
+    std::string errors;
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &root, &errors)) << errors;
+    return root;
+}
+
+// Every field of every row a run kept, at full precision: two runs are the same when these are.
+inline std::string RowsText(const TalvexSim::RunResult& result) {
+    std::ostringstream text;
+    text << std::setprecision(17);
+    for (const TalvexSim::TimelineRow& r : result.rows) {
+        text << r.time_s << ' ' << r.paused << ' ' << r.temperature_C << ' ' << r.current_mA << ' '
+             << r.ofps << ' ' << r.efps.value_or(-999) << ' ' << r.gfps << ' ' << r.sfps << ' '
+             << r.node << ' ' << r.exploringTicks << ' ' << (r.frames ? r.frames->p99_ms : -1.0)
+             << ' ' << r.deviceTemperature_C << ' ' << r.power_W << ' ' << r.heldFps << ' '
+             << r.jankFrames << ' ' << r.governorState << '\n';
+    }
+    return text.str();
 }
 
 inline std::string ReadFile(const std::string& path) {

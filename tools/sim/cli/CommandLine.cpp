@@ -138,8 +138,9 @@ std::vector<Policy> compareListOf(ArgumentReader<UsageError>& words) {
     if (words.Word() != "--compare") {
         list = words.Word().substr(10);
         if (list.empty()) words.Fail("--compare= needs a list of policies");
-    } else if (const std::string* next = words.Peek();
-               next != nullptr && !next->empty() && (*next)[0] != '-' && !endsWith(*next, ".json")) {
+    } else if (const std::string* next = words.Peek(); next != nullptr && !next->empty() &&
+                                                       (*next)[0] != '-' &&
+                                                       !endsWith(*next, ".json")) {
         list = words.Value();
     }
     try {
@@ -247,8 +248,8 @@ int runOne(Invocation& run, std::FILE* out, std::FILE* err) {
     if (!arguments.settings.empty()) outputs.Put("config.json", OnlineConfigJson(run.scenario));
     outputs.Commit();
     warnOfRefusals(record, err);
-    SummaryContext context = contextOf(record, arguments.replayPath, run.outputDirectory,
-                                       secondsSince(run.wallStart));
+    SummaryContext context =
+        contextOf(record, arguments.replayPath, run.outputDirectory, secondsSince(run.wallStart));
     if (!arguments.settings.empty()) context.outputFiles.push_back("config.json");
     std::fputs(FormatSummary(record.report, context).c_str(), out);
     std::fputs(ReportSummaryLines(record.report).c_str(), out);
@@ -279,10 +280,10 @@ int runComparison(Invocation& run, std::FILE* out, std::FILE* err) {
     }
     outputs.Commit();
     for (const SessionRecord& record : records) warnOfRefusals(record, err);
-    std::fputs(FormatComparison(run.scenario, records, compareDirectory,
-                                secondsSince(run.wallStart))
-                   .c_str(),
-               out);
+    std::fputs(
+        FormatComparison(run.scenario, records, compareDirectory, secondsSince(run.wallStart))
+            .c_str(),
+        out);
     return 0;
 }
 

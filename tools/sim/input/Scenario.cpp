@@ -11,9 +11,9 @@
 #include <sstream>
 
 #include "talvex/user_settings/OnlineConfigJsonParser.h"
-#include "tools/sim/input/DefaultScenario.h"
 #include "tools/sim/base/InputError.h"
 #include "tools/sim/base/Text.h"
+#include "tools/sim/input/DefaultScenario.h"
 #include "tools/sim/input/StrictJson.h"
 
 namespace TalvexSim {

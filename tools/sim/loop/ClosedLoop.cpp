@@ -155,8 +155,8 @@ class ClosedLoop {
             if (!scenario.tickEveryFrame) {
                 periodicTick(nextRow_ns);
             } else if (paused) {
-                rows.Emit(TimelineRow(), moment(nextRow_ns, sensors.Read(nextRow_ns, 0.0, paused),
-                                                nodeText));
+                rows.Emit(TimelineRow(),
+                          moment(nextRow_ns, sensors.Read(nextRow_ns, 0.0, paused), nodeText));
             } else {
                 rows.HoldStretch(nextRow_ns);
             }
@@ -220,8 +220,8 @@ class ClosedLoop {
     }
 
     // The manager's tick on the record as the faulty sensors deliver it.
-    std::optional<int> hostTick(std::int64_t time, android::FpsStabilizer::SYS_INFO info,
-                                int ofps, bool readEfps) {
+    std::optional<int> hostTick(std::int64_t time, android::FpsStabilizer::SYS_INFO info, int ofps,
+                                bool readEfps) {
         faults.AlterRecord(info);
         const std::optional<int> efps = session.Tick(info, ofps, scenario.refreshRate_Hz, readEfps);
         faults.OnTick(time, session.Sfps(), session.Gfps());

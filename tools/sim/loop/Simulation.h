@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "tools/sim/model/FaultOutcome.h"
 #include "tools/sim/input/Policy.h"
 #include "tools/sim/input/ReplayLog.h"
 #include "tools/sim/input/Scenario.h"
 #include "tools/sim/loop/Timeline.h"
 #include "tools/sim/loop/TraceRecorder.h"
+#include "tools/sim/model/FaultOutcome.h"
 
 namespace TalvexSim {
 

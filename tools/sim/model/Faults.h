@@ -9,9 +9,9 @@
 
 #include "harness/NodeDirectory.h"
 #include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
-#include "tools/sim/model/FaultOutcome.h"
 #include "tools/sim/base/Random.h"
 #include "tools/sim/input/Scenario.h"
+#include "tools/sim/model/FaultOutcome.h"
 
 namespace TalvexSim {
 

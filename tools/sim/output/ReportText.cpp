@@ -169,19 +169,19 @@ std::string ReportMarkdown(const Report& report) {
 std::string ReportSummaryLines(const Report& report) {
     std::string text;
     text += LabelLine("FPS stability", percent(report.fpsStability) + " of " +
-                                             fixed(report.steady_s, " steady s", 0));
+                                           fixed(report.steady_s, " steady s", 0));
     text += LabelLine("jank", fixed(report.jankPerMin, " per min", 2));
     text += LabelLine("peak temperature",
-                        (report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C")
-                                                  : std::string("none")) +
-                            ", " + fixed(report.timeAboveUpperBound_s, " s", 0) +
-                            " above the upper bound");
+                      (report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C")
+                                                : std::string("none")) +
+                          ", " + fixed(report.timeAboveUpperBound_s, " s", 0) +
+                          " above the upper bound");
     text += LabelLine(
         "energy", fixed(report.energy_J, " J", 0) + ", mean " + fixed(report.meanPower_W, " W", 2));
     text += LabelLine("time to recover", orNever(report.timeToRecover_s, " s"));
     text += LabelLine("SFPS changes / reversals", fixed(report.sfpsChangesPer10Min, "") + " / " +
-                                                        fixed(report.sfpsReversalsPer10Min, "") +
-                                                        " per 10 min");
+                                                      fixed(report.sfpsReversalsPer10Min, "") +
+                                                      " per 10 min");
     text += LabelLine("GFPS changes", fixed(report.gfpsChangesPer10Min, " per 10 min"));
     text += LabelLine("effective SFPS floor", floors(report));
     for (const Finding& finding : report.diagnostics) text += LabelLine("finding", finding.brief);

@@ -74,13 +74,13 @@ std::optional<Finding> gfpsFlapping(const FindingTallies& tallies, const Finding
     if (context.efpsMaxWrites) {
         text += " (" + GroupThousands(*context.efpsMaxWrites) + " writes in all)";
     }
-    text += ", and each one pauses the temperature decider and resets the current decider. "
-            "While the GFPS is " +
-            std::to_string(low) + " or " + std::to_string(high) + " the game reaches " +
-            Fixed(reached, 1) + " FPS on average (its cap is " +
-            std::to_string(context.gameCapFps) +
-            "). A GFPS list whose candidates match the rates the game really reaches, "
-            "without two candidates that close, keeps the GFPS still.";
+    text +=
+        ", and each one pauses the temperature decider and resets the current decider. "
+        "While the GFPS is " +
+        std::to_string(low) + " or " + std::to_string(high) + " the game reaches " +
+        Fixed(reached, 1) + " FPS on average (its cap is " + std::to_string(context.gameCapFps) +
+        "). A GFPS list whose candidates match the rates the game really reaches, "
+        "without two candidates that close, keeps the GFPS still.";
     Finding finding{"gfps_flapping",
                     "GFPS flapped " + GroupThousands(flap->second) + " times between " + pair +
                         ", the game reaching " + Fixed(reached, 1) + " FPS",
@@ -91,7 +91,8 @@ std::optional<Finding> gfpsFlapping(const FindingTallies& tallies, const Finding
                      {"changes_per_10min", rate},
                      {"mean_ofps_while_flapping", reached}}};
     if (context.efpsMaxWrites) {
-        finding.evidence.push_back({"efps_max_writes", static_cast<double>(*context.efpsMaxWrites)});
+        finding.evidence.push_back(
+            {"efps_max_writes", static_cast<double>(*context.efpsMaxWrites)});
     }
     return finding;
 }
@@ -131,11 +132,12 @@ std::optional<Finding> hotAtFloor(const FindingTallies& tallies,
     if (hot == nullptr) return std::nullopt;
     const int gfps = atFloor->gfps;
     const int floor = *atFloor->floor;
-    const std::string text =
-        "The device stays above the upper bound (" + Fixed(hot->upperBound_C, 1) + " \u00b0C) for " +
-        minutes(hot->hot_s) + ", up to " + Fixed(hot->peak_C, 1) + " \u00b0C, while the SFPS sits at " +
-        std::to_string(floor) + ", its floor for GFPS " + std::to_string(gfps) + " (held there " +
-        minutes(hot->held_s) + "). " + floorAdvice(*atFloor);
+    const std::string text = "The device stays above the upper bound (" +
+                             Fixed(hot->upperBound_C, 1) + " \u00b0C) for " + minutes(hot->hot_s) +
+                             ", up to " + Fixed(hot->peak_C, 1) +
+                             " \u00b0C, while the SFPS sits at " + std::to_string(floor) +
+                             ", its floor for GFPS " + std::to_string(gfps) + " (held there " +
+                             minutes(hot->held_s) + "). " + floorAdvice(*atFloor);
     Finding finding{"hot_at_sfps_floor",
                     minutes(hot->hot_s) + " above " + Fixed(hot->upperBound_C, 1) +
                         " \u00b0C with the SFPS at its floor " + std::to_string(floor) +

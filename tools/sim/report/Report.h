@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "talvex/user_settings/UserSetting.h"
+#include "tools/sim/loop/Timeline.h"
+#include "tools/sim/model/FaultOutcome.h"
 #include "tools/sim/report/EffectiveFloor.h"
 #include "tools/sim/report/Findings.h"
-#include "tools/sim/model/FaultOutcome.h"
-#include "tools/sim/loop/Timeline.h"
 
 namespace TalvexSim {
 

@@ -92,7 +92,8 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
         std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", record.policy.c_str(),
                       orNa(metrics, "fps_stability").c_str(), orNa(metrics, "mean_fps").c_str(),
                       orNa(metrics, "jank_per_min").c_str(),
-                      orNa(metrics, "peak_temperature_c").c_str(), orNa(metrics, "energy_j").c_str());
+                      orNa(metrics, "peak_temperature_c").c_str(),
+                      orNa(metrics, "energy_j").c_str());
         text += line;
     }
     text += "  outputs        " + directory +

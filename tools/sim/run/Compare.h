@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "tools/sim/output/OutputFiles.h"
 #include "tools/sim/input/Policy.h"
 #include "tools/sim/input/Scenario.h"
+#include "tools/sim/output/OutputFiles.h"
 #include "tools/sim/run/SessionRun.h"
 
 namespace TalvexSim {

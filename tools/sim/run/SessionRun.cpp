@@ -5,10 +5,10 @@
 #include <sstream>
 
 #include "tools/sim/base/Text.h"
+#include "tools/sim/model/GameModel.h"
 #include "tools/sim/output/Chart.h"
 #include "tools/sim/output/ReportText.h"
 #include "tools/sim/output/TimelineCsv.h"
-#include "tools/sim/model/GameModel.h"
 
 namespace TalvexSim {
 namespace {
@@ -71,8 +71,7 @@ RunResult streamRun(OutputSet& outputs, const SessionRequest& request, const std
     return result;
 }
 
-std::string chart(const SessionRequest& request, const SessionRecord& record,
-                  int refreshRate_Hz) {
+std::string chart(const SessionRequest& request, const SessionRecord& record, int refreshRate_Hz) {
     const Scenario& scenario = *request.scenario;
     ChartInput chart;
     chart.title = "talvex-sim: " + scenario.name;
@@ -140,8 +139,8 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
         outputs.Stream(prefix + "trace.json"),
         {scenario.pid, scenario.package + " (pid " + std::to_string(scenario.pid) + ")"});
     record.result.trace.reset();
-    record.report = report.Finish(reportContext(request, record.result, refreshRate_Hz),
-                                  record.result.frames);
+    record.report =
+        report.Finish(reportContext(request, record.result, refreshRate_Hz), record.result.frames);
     outputs.Put(prefix + "report.json", ReportJson(record.report));
     outputs.Put(prefix + "report.md", ReportMarkdown(record.report));
     record.files = {"timeline.csv", "trace.json",  "chart.svg",
@@ -162,11 +161,11 @@ std::string SessionSummaryLines(const SessionRecord& record) {
             ++restored;
             slowest_s = std::max(slowest_s, *fault.nodeRestored_s - fault.at_s - fault.duration_s);
         }
-        text += LabelLine("fault events",
-                            std::to_string(faults.size()) + ", " + std::to_string(escaped) +
-                                " exception(s) escaped; efps_max back after " +
-                                std::to_string(restored) + " of them, at most " +
-                                Fixed(slowest_s, 1) + " s after the end");
+        text +=
+            LabelLine("fault events",
+                      std::to_string(faults.size()) + ", " + std::to_string(escaped) +
+                          " exception(s) escaped; efps_max back after " + std::to_string(restored) +
+                          " of them, at most " + Fixed(slowest_s, 1) + " s after the end");
     }
     if (record.memoryAtFirstHour && record.memoryAtEnd) {
         const double mib = 1024.0 * 1024.0;
@@ -175,8 +174,7 @@ std::string SessionSummaryLines(const SessionRecord& record) {
                               mib;
         text += LabelLine(
             "memory",
-            "peak RSS " +
-                Fixed(static_cast<double>(record.memoryAtEnd->peak_bytes) / mib, 1) +
+            "peak RSS " + Fixed(static_cast<double>(record.memoryAtEnd->peak_bytes) / mib, 1) +
                 " MiB; RSS growth after the first hour " + SignedFixed(growth, 2) + " MiB");
     }
     return text;

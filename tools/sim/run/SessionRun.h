@@ -5,14 +5,14 @@
 #include <string>
 #include <vector>
 
-#include "tools/sim/output/OutputFiles.h"
+#include "tools/sim/base/ResourceUsage.h"
 #include "tools/sim/input/Policy.h"
 #include "tools/sim/input/ReplayLog.h"
-#include "tools/sim/report/Report.h"
-#include "tools/sim/base/ResourceUsage.h"
 #include "tools/sim/input/Scenario.h"
 #include "tools/sim/loop/DeciderBounds.h"
 #include "tools/sim/loop/Simulation.h"
+#include "tools/sim/output/OutputFiles.h"
+#include "tools/sim/report/Report.h"
 
 namespace TalvexSim {
 

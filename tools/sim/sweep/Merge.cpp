@@ -7,13 +7,13 @@
 #include <map>
 #include <set>
 
-#include "tools/sim/output/Chart.h"
 #include "tools/sim/base/InputError.h"
-#include "tools/sim/output/OutputFiles.h"
-#include "tools/sim/report/Metrics.h"
+#include "tools/sim/base/Text.h"
 #include "tools/sim/input/Scenario.h"
 #include "tools/sim/input/StrictJson.h"
-#include "tools/sim/base/Text.h"
+#include "tools/sim/output/Chart.h"
+#include "tools/sim/output/OutputFiles.h"
+#include "tools/sim/report/Metrics.h"
 
 namespace TalvexSim {
 namespace {
@@ -374,10 +374,9 @@ std::string FormatSweepResult(const SweepResult& result, const std::string& dire
     line("objective", result.objective.Text());
     if (!result.ranked.empty()) {
         const SweepRow& best = result.rows[result.ranked.front()];
-        line("best",
-             "run " + std::to_string(best.run) + " (" + settingsText(result, best) + "); " +
-                 result.objective.metric + " " +
-                 MetricCell(best.metrics, result.objective.metric));
+        line("best", "run " + std::to_string(best.run) + " (" + settingsText(result, best) + "); " +
+                         result.objective.metric + " " +
+                         MetricCell(best.metrics, result.objective.metric));
     } else if (result.closest) {
         const SweepRow& closest = result.rows[*result.closest];
         line("best", "no run meets the constraints; closest: run " + std::to_string(closest.run) +

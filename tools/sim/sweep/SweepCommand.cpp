@@ -1,19 +1,19 @@
+#include "tools/sim/sweep/SweepCommand.h"
+
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
 
-#include "tools/sim/sweep/SweepCommand.h"
-
 #include "tools/sim/base/Arguments.h"
 #include "tools/sim/base/InputError.h"
 #include "tools/sim/base/Text.h"
-#include "tools/sim/output/OutputFiles.h"
 #include "tools/sim/input/Policy.h"
-#include "tools/sim/output/Progress.h"
 #include "tools/sim/input/Scenario.h"
 #include "tools/sim/input/StrictJson.h"
+#include "tools/sim/output/OutputFiles.h"
+#include "tools/sim/output/Progress.h"
 #include "tools/sim/report/Metrics.h"
 #include "tools/sim/sweep/Merge.h"
 #include "tools/sim/sweep/Plan.h"

@@ -27,7 +27,6 @@ extern char** environ;
 namespace TalvexSim {
 namespace {
 
-
 // A child's stderr beyond this is dropped: the message is for a person, and a run that loops
 // printing must not grow the worker.
 constexpr size_t kMessageLimit = size_t{64} * 1024;

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "SimTestSupport.h"
-#include "tools/sim/InputError.h"
-#include "tools/sim/Scenario.h"
+#include "tools/sim/base/InputError.h"
+#include "tools/sim/input/Scenario.h"
 
 namespace TalvexSim {
 namespace {

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "SimTestSupport.h"
-#include "tools/sim/CommandLine.h"
-#include "tools/sim/Scenario.h"
+#include "tools/sim/cli/CommandLine.h"
+#include "tools/sim/input/Scenario.h"
 
 namespace TalvexSim {
 namespace {

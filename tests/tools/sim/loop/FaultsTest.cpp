@@ -5,9 +5,9 @@
 #include <string>
 
 #include "SimTestSupport.h"
-#include "tools/sim/InputError.h"
-#include "tools/sim/Scenario.h"
-#include "tools/sim/Simulation.h"
+#include "tools/sim/base/InputError.h"
+#include "tools/sim/input/Scenario.h"
+#include "tools/sim/loop/Simulation.h"
 
 namespace TalvexSim {
 namespace {
@@ -102,12 +102,6 @@ Scenario everyFault() {
         "faults.json", "faults");
 }
 
-std::string timelineOf(const RunResult& result) {
-    std::ostringstream csv;
-    WriteTimelineCsv(csv, result.rows);
-    return csv.str();
-}
-
 TEST(FaultsTest, EveryFaultLeavesTheRunGoingAndTheNodesRestored) {
     const TalvexSimTest::ScratchDirectory nodes;
     RunOptions options;
@@ -170,7 +164,7 @@ TEST(FaultsTest, RunsWithFaultsAreRepeatable) {
     const Scenario scenario = everyFault();
     const RunResult first = RunClosedLoop(scenario, {});
     const RunResult second = RunClosedLoop(scenario, {});
-    EXPECT_EQ(timelineOf(first), timelineOf(second));
+    EXPECT_EQ(TalvexSimTest::RowsText(first), TalvexSimTest::RowsText(second));
     ASSERT_EQ(first.faults.size(), second.faults.size());
     for (size_t i = 0; i < first.faults.size(); ++i) {
         EXPECT_EQ(first.faults[i].detail, second.faults[i].detail);

@@ -3,40 +3,11 @@
 #include <cmath>
 #include <vector>
 
-#include "tools/sim/DeviceModel.h"
-#include "tools/sim/GameModel.h"
-#include "tools/sim/Random.h"
+#include "tools/sim/model/DeviceModel.h"
+#include "tools/sim/model/GameModel.h"
 
 namespace TalvexSim {
 namespace {
-
-TEST(RandomTest, SameSeedSameNumbersAndTheNormalHasUnitSpread) {
-    Random a(42);
-    Random b(42);
-    Random c(43);
-    bool differs = false;
-    for (int i = 0; i < 100; ++i) {
-        const double x = a.Uniform();
-        EXPECT_EQ(x, b.Uniform());
-        differs = differs || x != c.Uniform();
-        EXPECT_GE(x, 0.0);
-        EXPECT_LT(x, 1.0);
-    }
-    EXPECT_TRUE(differs);
-
-    double sum = 0.0;
-    double squares = 0.0;
-    const int n = 20000;
-    for (int i = 0; i < n; ++i) {
-        const double z = a.Normal();
-        sum += z;
-        squares += z * z;
-    }
-    EXPECT_NEAR(sum / n, 0.0, 0.05);
-    EXPECT_NEAR(std::sqrt(squares / n), 1.0, 0.05);
-    EXPECT_NE(DeriveSeed(1, 1), DeriveSeed(1, 2));
-    EXPECT_NE(DeriveSeed(1, 1), DeriveSeed(2, 1));
-}
 
 TEST(GameModelTest, WorkStaysPositiveAndBoundedAndHeavyScenesCostMore) {
     GameParams params;

@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "tools/sim/InputError.h"
-#include "tools/sim/ReplayLog.h"
+#include "tools/sim/base/InputError.h"
+#include "tools/sim/input/ReplayLog.h"
 
 namespace TalvexSim {
 namespace {

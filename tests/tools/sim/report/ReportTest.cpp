@@ -1,15 +1,13 @@
 #include <gtest/gtest.h>
-#include <json/json.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "harness/LogSink.h"
 #include "talvex/brain_src/fps_stabilizer/GfpsEvaluator.h"
 #include "talvex/user_settings/UserSettingsCenter.h"
-#include "tools/sim/EffectiveFloor.h"
-#include "tools/sim/Report.h"
+#include "tools/sim/report/EffectiveFloor.h"
+#include "tools/sim/report/Report.h"
 
 namespace TalvexSim {
 namespace {
@@ -198,7 +196,7 @@ TEST(ReportTest, FloorComesFromTheEvaluatorAndLeavesOtherActionsInPlace) {
     center.OnCurrentBrainDie(4321);
 }
 
-TEST(ReportTest, HotAtTheFloorNamesTheSettingAndJsonKeepsItsShape) {
+TEST(ReportTest, HotAtTheFloorNamesTheSettingThatSetsTheFloor) {
     ReportBuilder builder;
     for (int t = 1; t <= 300; ++t) {
         TimelineRow row = second(t, 105, 105);
@@ -222,17 +220,42 @@ TEST(ReportTest, HotAtTheFloorNamesTheSettingAndJsonKeepsItsShape) {
               std::string::npos)
         << hot->text;
 
-    Json::Value json;
-    std::string errors;
-    const std::string text = ReportJson(report);
-    std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
-    ASSERT_TRUE(reader->parse(text.data(), text.data() + text.size(), &json, &errors)) << errors;
-    EXPECT_TRUE(json["time_to_recover_s"].isNull());
-    EXPECT_EQ(json["time_to_first_decrease_s"].asDouble(), 1.0);
-    EXPECT_EQ(json["effective_sfps_floor"]["120"].asInt(), 105);
-    EXPECT_EQ(json["time_above_upper_bound_s"].asDouble(), 300.0);
-    EXPECT_NE(text.find("\"mean_power_w\" : 0.333,"), std::string::npos);
-    EXPECT_EQ(json["diagnostics"][0]["evidence"]["sfps_floor"].asDouble(), 105.0);
+    EXPECT_EQ(report.effectiveSfpsFloor.at(0).floor, 105);
+    EXPECT_EQ(report.timeAboveUpperBound_s, 300.0);
+    EXPECT_NEAR(report.meanPower_W, 1.0 / 3.0, 1e-12);
+}
+
+TEST(ReportTest, SummaryFiguresComeFromRunningRowsOnly) {
+    auto row = [](double time_s, int sfps, bool paused = false) {
+        TimelineRow r = second(time_s, 60, sfps > 0 ? sfps : 60);
+        r.sfps = sfps;
+        r.paused = paused;
+        return r;
+    };
+    ReportBuilder builder;
+    for (const TimelineRow& r :
+         {row(1, -1), row(2, 60), row(3, 55), row(4, 50), row(5, 40, true), row(6, -35)}) {
+        builder.Add(r);
+    }
+    FrameHistogram frames;
+    for (int i = 0; i < 300; ++i) frames.Add(20.0f);
+    ReportContext summaryContext = context(5.0);
+    summaryContext.hostTicks = 10;
+    summaryContext.exploringTicks = 1;
+    const Report report = builder.Finish(summaryContext, frames);
+    EXPECT_EQ(report.timeToFirstDecrease_s, 3.0);  // 60 of 60 is no decrease
+    EXPECT_EQ(report.lowestSfps, 50);              // the paused row does not count
+    EXPECT_DOUBLE_EQ(report.heldShare, 3.0 / 5.0);
+    EXPECT_DOUBLE_EQ(report.exploringShare, 0.1);
+    EXPECT_DOUBLE_EQ(report.meanFps, 60.0);
+    EXPECT_EQ(report.frameP99_ms, 20.0);
+
+    ReportBuilder replay;
+    for (const TimelineRow& r : {row(1, -1), row(2, -1)}) replay.Add(r);
+    const Report open = replay.Finish(context(1.0), {});
+    EXPECT_FALSE(open.timeToFirstDecrease_s.has_value());
+    EXPECT_FALSE(open.lowestSfps.has_value());
+    EXPECT_DOUBLE_EQ(open.meanFps, 60.0);  // the mean OFPS without frames
 }
 
 }  // namespace

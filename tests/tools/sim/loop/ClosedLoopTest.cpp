@@ -5,20 +5,14 @@
 #include <string>
 
 #include "SimTestSupport.h"
-#include "tools/sim/InputError.h"
-#include "tools/sim/Scenario.h"
-#include "tools/sim/Simulation.h"
+#include "tools/sim/base/InputError.h"
+#include "tools/sim/input/Scenario.h"
+#include "tools/sim/loop/Simulation.h"
 
 namespace TalvexSim {
 namespace {
 
 using TalvexSimTest::ScenarioText;
-
-std::string timelineOf(const RunResult& result) {
-    std::ostringstream csv;
-    WriteTimelineCsv(csv, result.rows);
-    return csv.str();
-}
 
 // A device already past the bounds, a short wait and a pause: the whole story in two minutes.
 const char kHotStory[] = R"(  "host_tick": "frame",
@@ -38,9 +32,9 @@ Scenario hotStory(std::uint64_t seed = 1) {
 
 TEST(ClosedLoopTest, SameSeedGivesTheSameTimelineAndAnotherSeedAnotherOne) {
     const Scenario scenario = hotStory();
-    const std::string first = timelineOf(RunClosedLoop(scenario, {}));
-    EXPECT_EQ(first, timelineOf(RunClosedLoop(scenario, {})));
-    EXPECT_NE(first, timelineOf(RunClosedLoop(hotStory(2), {})));
+    const std::string first = TalvexSimTest::RowsText(RunClosedLoop(scenario, {}));
+    EXPECT_EQ(first, TalvexSimTest::RowsText(RunClosedLoop(scenario, {})));
+    EXPECT_NE(first, TalvexSimTest::RowsText(RunClosedLoop(hotStory(2), {})));
 }
 
 TEST(ClosedLoopTest, HotDeviceIsStabilizedPausedAndReleasedAfterCooling) {

@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+
+#include "SimTestSupport.h"
+#include "tools/sim/output/Chart.h"
+#include "tools/sim/output/OutputFiles.h"
+#include "tools/sim/output/ReportText.h"
+#include "tools/sim/output/TimelineCsv.h"
+
+namespace TalvexSim {
+namespace {
+
+using TalvexSimTest::ReadFile;
+using TalvexSimTest::ScratchDirectory;
+
+TEST(TimelineCsvTest, OneLinePerRowWithTheNodeQuotedAndMissingValuesEmpty) {
+    TimelineRow running;
+    running.time_s = 1.0;
+    running.temperature_C = 40.5;
+    running.current_mA = 1234.5;
+    running.ofps = 59;
+    running.efps = 60;
+    running.gfps = 60;
+    running.sfps = 45;
+    running.node = "7,45,60";
+    running.frames = FrameStats{16.6667, 16.5, 20.25};
+    running.deviceTemperature_C = 40.25;
+    running.power_W = 5.5;
+    running.heldFps = 45;
+    running.jankFrames = 2;
+    running.governorState = 1;
+    TimelineRow paused;
+    paused.time_s = 2.0;
+    paused.paused = true;
+    paused.node = "odd \"text\"";
+    std::ostringstream csv;
+    WriteTimelineCsv(csv, {running, paused});
+    EXPECT_EQ(csv.str(),
+              "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
+              "frame_ms_mean,frame_ms_p50,frame_ms_p99,device_temperature_C,power_W,held_fps,"
+              "jank_frames,governor_state\n"
+              "1.000,0,40.500,1234.500,59,60,60,45,\"7,45,60\",0,16.667,16.500,20.250,40.250,"
+              "5.500,45,2,1\n"
+              "2.000,1,0.000,0.000,0,,-1,-1,\"odd \"\"text\"\"\",0,,,,0.000,0.000,0,0,0\n");
+    std::ostringstream replay;
+    WriteTimelineCsv(replay, {running}, false);  // no device model: its columns are left out
+    EXPECT_EQ(replay.str().substr(replay.str().find('\n') + 1),
+              "1.000,0,40.500,1234.500,59,60,60,45,\"7,45,60\",0,16.667,16.500,20.250\n");
+}
+
+TEST(OutputFilesTest, WritesEveryFileAndLeavesNoTemporaryFile) {
+    ScratchDirectory scratch;
+    const std::string folder = scratch.File("out/run");
+    WriteOutputFiles(folder, {{"a.txt", "alpha"}, {"b.txt", ""}});
+    EXPECT_EQ(ReadFile(folder + "/a.txt"), "alpha");
+    EXPECT_TRUE(std::filesystem::exists(folder + "/b.txt"));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder),
+                            std::filesystem::directory_iterator()),
+              2);
+}
+
+TEST(OutputFilesTest, AFailedRenameThrowsAndLeavesNoTemporaryFile) {
+    ScratchDirectory scratch;
+    const std::string folder = scratch.File("run");
+    WriteOutputFiles(folder, {{"a.txt", "old"}});
+    // A folder where the second file should go makes its rename fail.
+    std::filesystem::create_directories(folder + "/b.txt/inside");
+    EXPECT_THROW(WriteOutputFiles(folder, {{"a.txt", "new"}, {"b.txt", "x"}}), std::runtime_error);
+    EXPECT_EQ(ReadFile(folder + "/a.txt"), "new");
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        EXPECT_EQ(entry.path().filename().string().find(".tmp-"), std::string::npos);
+    }
+    EXPECT_THROW(WriteOutputFiles(scratch.File("run/a.txt/below"), {{"c", "x"}}),
+                 std::runtime_error);
+}
+
+TimelineRow row(double time_s, int gfps, int sfps, bool paused = false) {
+    TimelineRow r;
+    r.time_s = time_s;
+    r.gfps = gfps;
+    r.sfps = sfps;
+    r.paused = paused;
+    r.ofps = sfps > 0 ? sfps : gfps;
+    return r;
+}
+
+TEST(ChartTest, IsAnSvgWithThePausesShadedAndTheBoundsDrawn) {
+    const std::vector<TimelineRow> rows = {row(1, 60, -1), row(2, 60, 50), row(3, 60, 50, true),
+                                           row(4, 60, -1)};
+    ChartInput input;
+    input.title = "talvex-sim: <test>";
+    input.rows = &rows;
+    input.currentThreshold_mA = 1500.0;
+    const std::string svg = RenderChart(input);
+    EXPECT_EQ(svg.rfind("<svg xmlns=\"http://www.w3.org/2000/svg\"", 0), 0u);
+    EXPECT_NE(svg.find("talvex-sim: &lt;test&gt;"), std::string::npos);
+    EXPECT_NE(svg.find(">paused<"), std::string::npos);
+    EXPECT_NE(svg.find("threshold 1500 mA"), std::string::npos);
+    EXPECT_NE(svg.find("upper bound 45"), std::string::npos);
+    EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
+}
+
+TEST(ReportJsonTest, KeepsItsShapeNullsAndThreeDecimals) {
+    Report report;
+    report.timeToFirstDecrease_s = 1.0;
+    report.timeAboveUpperBound_s = 300.0;
+    report.meanPower_W = 1.0 / 3.0;
+    SfpsFloor floor;
+    floor.gfps = 120;
+    floor.floor = 105;
+    report.effectiveSfpsFloor = {floor};
+    report.diagnostics = {{"hot_at_sfps_floor", "brief", "text", {{"sfps_floor", 105.0}}}};
+    const std::string text = ReportJson(report);
+    const Json::Value json = TalvexSimTest::ParseJson(text);
+    EXPECT_TRUE(json["time_to_recover_s"].isNull());
+    EXPECT_EQ(json["time_to_first_decrease_s"].asDouble(), 1.0);
+    EXPECT_EQ(json["effective_sfps_floor"]["120"].asInt(), 105);
+    EXPECT_EQ(json["time_above_upper_bound_s"].asDouble(), 300.0);
+    EXPECT_NE(text.find("\"mean_power_w\" : 0.333,"), std::string::npos);
+    EXPECT_EQ(json["diagnostics"][0]["evidence"]["sfps_floor"].asDouble(), 105.0);
+}
+
+}  // namespace
+}  // namespace TalvexSim
