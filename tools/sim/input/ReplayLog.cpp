@@ -118,28 +118,10 @@ std::vector<std::string> readLines(const std::string& text) {
 
 bool isBlank(const std::string& line) { return line.find_first_not_of(" \t") == std::string::npos; }
 
-}  // namespace
-
-const std::vector<std::string>& ReplayColumns() {
-    static const std::vector<std::string> columns = {"time_s",     "ofps", "refresh_rate_hz",
-                                                     "current_uA", "cpu0", "cpu1",
-                                                     "cpu2",       "cpu3", "temperature_mC"};
-    return columns;
-}
-
-std::vector<ReplayTick> ParseReplayText(const std::string& text, const std::string& sourceName) {
+// Where each known column stands in the file's rows.
+std::vector<size_t> readHeader(const std::vector<Cell>& header, const std::string& headerPlace) {
     const std::vector<std::string>& names = ReplayColumns();
-    const std::vector<std::string> lines = readLines(text);
-    size_t headerIndex = 0;
-    while (headerIndex < lines.size() && isBlank(lines[headerIndex])) ++headerIndex;
-    if (headerIndex == lines.size()) {
-        throw InputError(sourceName + ": empty; expected a header line naming the columns");
-    }
-
-    // Position of each known column in the file's rows.
     std::vector<size_t> positionOf(names.size(), std::numeric_limits<size_t>::max());
-    const std::vector<Cell> header = splitLine(lines[headerIndex]);
-    const std::string headerPlace = sourceName + ":" + std::to_string(headerIndex + 1);
     for (size_t position = 0; position < header.size(); ++position) {
         const Cell& cell = header[position];
         const std::string name = lowered(cell.text);
@@ -162,6 +144,55 @@ std::vector<ReplayTick> ParseReplayText(const std::string& text, const std::stri
                              "' (the header names " + expected + ")");
         }
     }
+    return positionOf;
+}
+
+// One tick row; `previous` is the tick before it, whose time it may not precede.
+ReplayTick readTick(const std::vector<Cell>& cells, const std::vector<size_t>& positionOf,
+                    const RowReader& row, const ReplayTick* previous) {
+    const std::vector<std::string>& names = ReplayColumns();
+    auto cell = [&](Column column) -> const Cell& { return cells[positionOf[column]]; };
+    auto name = [&](Column column) -> const std::string& { return names[column]; };
+    ReplayTick tick;
+    tick.time_s = row.Real(cell(kTime), name(kTime));
+    if (tick.time_s < 0.0) row.Fail(cell(kTime), name(kTime), "is negative");
+    if (previous != nullptr && tick.time_s < previous->time_s) {
+        row.Fail(cell(kTime), name(kTime), "is earlier than the row before it");
+    }
+    tick.ofps = static_cast<int>(row.Signed(cell(kOfps), name(kOfps), -1, 100000));
+    tick.refreshRate_Hz =
+        static_cast<int>(row.Signed(cell(kRefreshRate), name(kRefreshRate), 1, 1000));
+    tick.current_uA =
+        static_cast<std::uint32_t>(row.Unsigned(cell(kCurrent), name(kCurrent), 4294967295ULL));
+    for (size_t cpu = 0; cpu < tick.cpuUtils.size(); ++cpu) {
+        const auto column = static_cast<Column>(kCpu0 + cpu);
+        tick.cpuUtils[cpu] =
+            row.Unsigned(cell(column), name(column), std::numeric_limits<std::uint64_t>::max());
+    }
+    tick.temperature_mC = static_cast<std::uint32_t>(
+        row.Unsigned(cell(kTemperature), name(kTemperature), 4294967295ULL));
+    return tick;
+}
+
+}  // namespace
+
+const std::vector<std::string>& ReplayColumns() {
+    static const std::vector<std::string> columns = {"time_s",     "ofps", "refresh_rate_hz",
+                                                     "current_uA", "cpu0", "cpu1",
+                                                     "cpu2",       "cpu3", "temperature_mC"};
+    return columns;
+}
+
+std::vector<ReplayTick> ParseReplayText(const std::string& text, const std::string& sourceName) {
+    const std::vector<std::string> lines = readLines(text);
+    size_t headerIndex = 0;
+    while (headerIndex < lines.size() && isBlank(lines[headerIndex])) ++headerIndex;
+    if (headerIndex == lines.size()) {
+        throw InputError(sourceName + ": empty; expected a header line naming the columns");
+    }
+    const std::vector<Cell> header = splitLine(lines[headerIndex]);
+    const std::string headerPlace = sourceName + ":" + std::to_string(headerIndex + 1);
+    const std::vector<size_t> positionOf = readHeader(header, headerPlace);
 
     std::vector<ReplayTick> ticks;
     for (size_t i = headerIndex + 1; i < lines.size(); ++i) {
@@ -172,29 +203,8 @@ std::vector<ReplayTick> ParseReplayText(const std::string& text, const std::stri
                              std::to_string(header.size()) + " cells, got " +
                              std::to_string(cells.size()));
         }
-        const RowReader row(sourceName, i + 1);
-        auto cell = [&](Column column) -> const Cell& { return cells[positionOf[column]]; };
-        auto name = [&](Column column) -> const std::string& { return names[column]; };
-
-        ReplayTick tick;
-        tick.time_s = row.Real(cell(kTime), name(kTime));
-        if (tick.time_s < 0.0) row.Fail(cell(kTime), name(kTime), "is negative");
-        if (!ticks.empty() && tick.time_s < ticks.back().time_s) {
-            row.Fail(cell(kTime), name(kTime), "is earlier than the row before it");
-        }
-        tick.ofps = static_cast<int>(row.Signed(cell(kOfps), name(kOfps), -1, 100000));
-        tick.refreshRate_Hz =
-            static_cast<int>(row.Signed(cell(kRefreshRate), name(kRefreshRate), 1, 1000));
-        tick.current_uA =
-            static_cast<std::uint32_t>(row.Unsigned(cell(kCurrent), name(kCurrent), 4294967295ULL));
-        for (size_t cpu = 0; cpu < tick.cpuUtils.size(); ++cpu) {
-            const auto column = static_cast<Column>(kCpu0 + cpu);
-            tick.cpuUtils[cpu] =
-                row.Unsigned(cell(column), name(column), std::numeric_limits<std::uint64_t>::max());
-        }
-        tick.temperature_mC = static_cast<std::uint32_t>(
-            row.Unsigned(cell(kTemperature), name(kTemperature), 4294967295ULL));
-        ticks.push_back(tick);
+        ticks.push_back(readTick(cells, positionOf, RowReader(sourceName, i + 1),
+                                 ticks.empty() ? nullptr : &ticks.back()));
     }
     if (ticks.empty()) throw InputError(headerPlace + ": no tick rows after the header");
     return ticks;

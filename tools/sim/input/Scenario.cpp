@@ -256,13 +256,90 @@ void keepInForce(std::vector<UserSettings::UserSetting>& inForce,
     }
 }
 
-void readEvents(const JsonDocument& document, const Json::Value& value, Scenario& scenario) {
-    ExpectArray(document, value, "events");
-    const double duration_s = scenario.duration_s;
+// What the events listed so far leave in force, for the checks on the next one.
+struct EventsSoFar {
     bool paused = false;
     double lastAt_s = 0.0;
     std::map<std::string, FaultInForce> faultsInForce;  // by resource
-    std::vector<UserSettings::UserSetting> settingsInForce = scenario.settings;
+    std::vector<UserSettings::UserSetting> settingsInForce;
+};
+
+void readFaultEvent(const JsonDocument& document, const Json::Value& item, const std::string& path,
+                    const std::string& type, EventsSoFar& sofar, Scenario& scenario) {
+    FaultEvent fault = readFault(document, item, path, type, scenario.duration_s);
+    if (fault.at_s < sofar.lastAt_s) {
+        document.Fail(item, path, "events must be listed in time order");
+    }
+    if (sofar.paused) document.Fail(item, path, "a fault cannot start while the game is paused");
+    const std::string resource = resourceOf(fault);
+    const auto earlier = sofar.faultsInForce.find(resource);
+    if (earlier != sofar.faultsInForce.end() && earlier->second.end_s > fault.at_s) {
+        document.Fail(item, path,
+                      "overlaps the " + resource + " fault at " + earlier->second.where +
+                          " (until " + ShortNumber(earlier->second.end_s) + " s); one at a time");
+    }
+    if (fault.kind == FaultKind::SettingsStorm) {
+        if (sofar.settingsInForce.empty() && fault.invalidShare < 1.0) {
+            document.Fail(item, path,
+                          "no setting is in force to re-send as a valid record (use "
+                          "invalid_share 1, or set one before the storm)");
+        }
+        fault.settingsInForce = sofar.settingsInForce;
+    }
+    sofar.faultsInForce[resource] = {fault.End_s(), fault.where};
+    sofar.lastAt_s = fault.at_s;
+    scenario.faults.push_back(std::move(fault));
+}
+
+// A pause, a resume or a settings event.
+void readGameEvent(const JsonDocument& document, const Json::Value& item, const std::string& path,
+                   const std::string& type, EventsSoFar& sofar, Scenario& scenario) {
+    ObjectReader entry(document, item, path, {"at_s", "type", "param1"});
+    ScenarioEvent event;
+    event.where = document.Where(item);
+    event.at_s = entry.Number("at_s", 0.0, scenario.duration_s);
+    if (type == "pause") {
+        if (sofar.paused) document.Fail(item, path, "pause while the game is already paused");
+        for (const auto& [resource, fault] : sofar.faultsInForce) {
+            if (fault.end_s > event.at_s) {
+                document.Fail(item, path,
+                              "pause while the " + resource + " fault at " + fault.where +
+                                  " lasts (until " + ShortNumber(fault.end_s) +
+                                  " s); a fault must end before the game pauses");
+            }
+        }
+        event.type = EventType::Pause;
+        sofar.paused = true;
+        sofar.settingsInForce.clear();  // the library forgets a paused game's settings
+    } else if (type == "resume") {
+        if (!sofar.paused) document.Fail(item, path, "resume while the game is not paused");
+        event.type = EventType::Resume;
+        sofar.paused = false;
+    } else if (type == "settings") {
+        event.type = EventType::Settings;
+        event.settings = readCommand(document, entry.Member("param1"), entry.PathOf("param1"));
+        keepInForce(sofar.settingsInForce, event.settings);
+    } else {
+        const std::string written = entry.String("type");
+        document.Fail(entry.Member("type"), entry.PathOf("type"),
+                      "'" + written +
+                          "' is not an event type (pause, resume, settings, sensor_fault, "
+                          "node_fault, host_stall, settings_storm)");
+    }
+    if (event.type != EventType::Settings && entry.Has("param1")) {
+        document.Fail(entry.Member("param1"), entry.PathOf("param1"),
+                      "only settings events take a command");
+    }
+    if (event.at_s < sofar.lastAt_s)
+        document.Fail(item, path, "events must be listed in time order");
+    sofar.lastAt_s = event.at_s;
+    scenario.events.push_back(std::move(event));
+}
+
+void readEvents(const JsonDocument& document, const Json::Value& value, Scenario& scenario) {
+    ExpectArray(document, value, "events");
+    EventsSoFar sofar;
+    sofar.settingsInForce = scenario.settings;
     for (Json::ArrayIndex i = 0; i < value.size(); ++i) {
         const std::string path = indexed("events", i);
         const Json::Value& item = value[i];
@@ -270,74 +347,10 @@ void readEvents(const JsonDocument& document, const Json::Value& value, Scenario
             item.isObject() && item["type"].isString() ? item["type"].asString() : std::string();
         if (type == "sensor_fault" || type == "node_fault" || type == "host_stall" ||
             type == "settings_storm") {
-            FaultEvent fault = readFault(document, item, path, type, duration_s);
-            if (fault.at_s < lastAt_s) {
-                document.Fail(item, path, "events must be listed in time order");
-            }
-            if (paused) document.Fail(item, path, "a fault cannot start while the game is paused");
-            const std::string resource = resourceOf(fault);
-            const auto earlier = faultsInForce.find(resource);
-            if (earlier != faultsInForce.end() && earlier->second.end_s > fault.at_s) {
-                document.Fail(item, path,
-                              "overlaps the " + resource + " fault at " + earlier->second.where +
-                                  " (until " + ShortNumber(earlier->second.end_s) +
-                                  " s); one at a time");
-            }
-            if (fault.kind == FaultKind::SettingsStorm) {
-                if (settingsInForce.empty() && fault.invalidShare < 1.0) {
-                    document.Fail(item, path,
-                                  "no setting is in force to re-send as a valid record (use "
-                                  "invalid_share 1, or set one before the storm)");
-                }
-                fault.settingsInForce = settingsInForce;
-            }
-            faultsInForce[resource] = {fault.End_s(), fault.where};
-            lastAt_s = fault.at_s;
-            scenario.faults.push_back(std::move(fault));
-            continue;
-        }
-
-        ObjectReader entry(document, item, path, {"at_s", "type", "param1"});
-        ScenarioEvent event;
-        event.where = document.Where(item);
-        event.at_s = entry.Number("at_s", 0.0, duration_s);
-        if (type == "pause") {
-            if (paused) document.Fail(item, path, "pause while the game is already paused");
-            for (const auto& [resource, fault] : faultsInForce) {
-                if (fault.end_s > event.at_s) {
-                    document.Fail(item, path,
-                                  "pause while the " + resource + " fault at " + fault.where +
-                                      " lasts (until " + ShortNumber(fault.end_s) +
-                                      " s); a fault must end before the game pauses");
-                }
-            }
-            event.type = EventType::Pause;
-            paused = true;
-            settingsInForce.clear();  // the library forgets a paused game's settings
-        } else if (type == "resume") {
-            if (!paused) document.Fail(item, path, "resume while the game is not paused");
-            event.type = EventType::Resume;
-            paused = false;
-        } else if (type == "settings") {
-            event.type = EventType::Settings;
-            event.settings = readCommand(document, entry.Member("param1"), entry.PathOf("param1"));
-            keepInForce(settingsInForce, event.settings);
+            readFaultEvent(document, item, path, type, sofar, scenario);
         } else {
-            const std::string written = entry.String("type");
-            document.Fail(entry.Member("type"), entry.PathOf("type"),
-                          "'" + written +
-                              "' is not an event type (pause, resume, settings, sensor_fault, "
-                              "node_fault, host_stall, settings_storm)");
+            readGameEvent(document, item, path, type, sofar, scenario);
         }
-        if (event.type != EventType::Settings && entry.Has("param1")) {
-            document.Fail(entry.Member("param1"), entry.PathOf("param1"),
-                          "only settings events take a command");
-        }
-        if (event.at_s < lastAt_s) {
-            document.Fail(item, path, "events must be listed in time order");
-        }
-        lastAt_s = event.at_s;
-        scenario.events.push_back(std::move(event));
     }
 }
 

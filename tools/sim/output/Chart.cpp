@@ -6,6 +6,8 @@
 #include <limits>
 #include <optional>
 
+#include "tools/sim/base/Text.h"
+
 namespace TalvexSim {
 namespace {
 
@@ -33,17 +35,9 @@ struct Panel {
 
 using Value = std::function<std::optional<double>(const TimelineRow&)>;
 
-std::string number(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%.1f", value);
-    return text;
-}
+std::string number(double value) { return Fixed(value, 1); }
 
-std::string label(double value) {
-    char text[32];
-    std::snprintf(text, sizeof text, "%g", value);
-    return text;
-}
+std::string label(double value) { return ShortNumber(value); }
 
 std::string escaped(const std::string& text) {
     std::string out;
@@ -418,7 +412,17 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     return document(svg, temperature.top + temperature.height + 50.0, input.title, input.subtitle);
 }
 
-std::string RenderParetoChart(const ParetoChartInput& input) {
+namespace {
+
+// The pareto chart's plot: peak temperature across, mean FPS up, both ranges wide enough for
+// the points and the objective's bounds.
+struct ParetoPlot {
+    Range temperatures;
+    double temperatureStep;
+    Panel fps;
+};
+
+ParetoPlot paretoPlot(const ParetoChartInput& input) {
     double lowT = input.temperatureLimit_C.value_or(std::numeric_limits<double>::max());
     double highT = input.temperatureLimit_C.value_or(std::numeric_limits<double>::lowest());
     double lowFps = input.fpsFloor.value_or(std::numeric_limits<double>::max());
@@ -431,41 +435,39 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
     }
     if (lowT > highT) lowT = highT = 45.0;
     if (lowFps > highFps) lowFps = highFps = 60.0;
-    const Range temperatures = niceRange(lowT - 0.5, highT + 0.5, 6);
-    const double temperatureStep = niceStep(highT - lowT + 1.0, 6);
-    const Panel fps{70.0, 420.0, niceRange(lowFps - 1.0, highFps + 1.0, 6),
-                    "Mean FPS against peak temperature, one point per run"};
-    Svg svg(temperatures.high - temperatures.low, 1.0);
-    const auto x = [&](double temperature_C) { return svg.X(temperature_C - temperatures.low); };
-    svg.Frame(fps, temperatureStep);
-    const double bottom = fps.top + fps.height;
-    for (const double t : ticks(temperatures.low, temperatures.high, temperatureStep)) {
-        svg.Text(x(t), bottom + 16, label(t), "middle", 11);
-    }
-    svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38, "peak temperature (\u00b0C)", "middle", 12);
+    return {niceRange(lowT - 0.5, highT + 0.5, 6), niceStep(highT - lowT + 1.0, 6),
+            Panel{70.0, 420.0, niceRange(lowFps - 1.0, highFps + 1.0, 6),
+                  "Mean FPS against peak temperature, one point per run"}};
+}
 
+void paretoBounds(Svg& svg, const ParetoPlot& plot, const ParetoChartInput& input,
+                  const std::function<double(double)>& x) {
+    const double bottom = plot.fps.top + plot.fps.height;
     if (input.fpsFloor) {
-        drawBound(svg, fps, *input.fpsFloor, "objective: at least " + label(*input.fpsFloor));
+        drawBound(svg, plot.fps, *input.fpsFloor, "objective: at least " + label(*input.fpsFloor));
     }
     if (input.temperatureLimit_C) {
         const double limit = x(*input.temperatureLimit_C);
-        svg.Line(limit, fps.top, limit, bottom,
+        svg.Line(limit, plot.fps.top, limit, bottom,
                  "stroke=\"#d62728\" stroke-width=\"1\" stroke-dasharray=\"6,4\"");
-        svg.Text(limit - 4, fps.top + 34,
+        svg.Text(limit - 4, plot.fps.top + 34,
                  "objective: at most " + label(*input.temperatureLimit_C) + " \u00b0C", "end", 11,
                  " fill=\"#d62728\"");
     }
+}
 
+void paretoPoints(Svg& svg, const ParetoPlot& plot, const ParetoChartInput& input,
+                  const std::function<double(double)>& x) {
     std::vector<Point> front;
     for (const ParetoChartPoint& point : input.points) {
         if (point.onFront)
-            front.push_back({x(point.peakTemperature_C), Svg::Y(fps, point.meanFps)});
+            front.push_back({x(point.peakTemperature_C), Svg::Y(plot.fps, point.meanFps)});
     }
     std::sort(front.begin(), front.end(), [](const Point& a, const Point& b) { return a.x < b.x; });
     svg.Polyline(front, "stroke=\"#d62728\" stroke-width=\"1.5\" stroke-dasharray=\"4,3\"");
     for (const ParetoChartPoint& point : input.points) {
         const double px = x(point.peakTemperature_C);
-        const double py = Svg::Y(fps, point.meanFps);
+        const double py = Svg::Y(plot.fps, point.meanFps);
         const char* fill = point.onFront ? "#d62728" : "#8c8c8c";
         svg.Raw("<circle cx=\"" + number(px) + "\" cy=\"" + number(py) + "\" r=\"" +
                 (point.onFront ? "5" : "4") + "\" fill=\"" + fill + "\"/>\n");
@@ -481,29 +483,48 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
                      " stroke=\"white\" stroke-width=\"3\" paint-order=\"stroke\"");
         }
     }
+}
+
+// The runs without a point, in lines under the axis; returns the chart's height.
+double paretoApart(Svg& svg, const std::vector<std::string>& apart, double bottom) {
+    if (apart.empty()) return bottom + 70.0;
+    svg.Text(kLeft, bottom + 80, "Without a point:", "start", 12, " font-weight=\"bold\"");
+    double at = kLeft + 110.0;
+    double height = bottom + 80.0;
+    for (const std::string& entry : apart) {
+        const double width = 24.0 + 6.6 * static_cast<double>(entry.size());
+        if (at + width > kLeft + kPlotWidth) {
+            at = kLeft + 110.0;
+            height += 18.0;
+        }
+        svg.Text(at, height, "\u00d7 " + entry, "start", 11, " fill=\"#7f7f7f\"");
+        at += width;
+    }
+    return height + 20.0;
+}
+
+}  // namespace
+
+std::string RenderParetoChart(const ParetoChartInput& input) {
+    const ParetoPlot plot = paretoPlot(input);
+    Svg svg(plot.temperatures.high - plot.temperatures.low, 1.0);
+    const auto x = [&](double temperature_C) {
+        return svg.X(temperature_C - plot.temperatures.low);
+    };
+    svg.Frame(plot.fps, plot.temperatureStep);
+    const double bottom = plot.fps.top + plot.fps.height;
+    for (const double t :
+         ticks(plot.temperatures.low, plot.temperatures.high, plot.temperatureStep)) {
+        svg.Text(x(t), bottom + 16, label(t), "middle", 11);
+    }
+    svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38, "peak temperature (\u00b0C)", "middle", 12);
+    paretoBounds(svg, plot, input, x);
+    paretoPoints(svg, plot, input, x);
     svg.Text(kLeft, bottom + 56,
              "grey: a run; red: the Pareto front (no run cooler and faster); green ring: the best "
              "under the objective",
              "start", 11, " fill=\"#555\"");
-
-    // Runs without a point, in lines under the axis.
-    double height = bottom + 70.0;
-    if (!input.apart.empty()) {
-        svg.Text(kLeft, bottom + 80, "Without a point:", "start", 12, " font-weight=\"bold\"");
-        double at = kLeft + 110.0;
-        height = bottom + 80.0;
-        for (const std::string& entry : input.apart) {
-            const double width = 24.0 + 6.6 * static_cast<double>(entry.size());
-            if (at + width > kLeft + kPlotWidth) {
-                at = kLeft + 110.0;
-                height += 18.0;
-            }
-            svg.Text(at, height, "\u00d7 " + entry, "start", 11, " fill=\"#7f7f7f\"");
-            at += width;
-        }
-        height += 20.0;
-    }
-    return document(svg, height, input.title, input.subtitle);
+    return document(svg, paretoApart(svg, input.apart, bottom), input.title, input.subtitle);
 }
 
 }  // namespace TalvexSim
