@@ -323,31 +323,49 @@ void currentPanel(Svg& svg, const Panel& current, const std::vector<TimelineRow>
                  })}});
 }
 
+// What the axes of a timeline must hold, widened row by row from where the chart starts.
+struct Extents {
+    double duration_s;
+    double highestFps;
+    double lowTemperature;
+    double highTemperature;
+
+    void Take(double time_s, double fps, double temperature_C) {
+        duration_s = std::max(duration_s, time_s);
+        highestFps = std::max(highestFps, fps);
+        lowTemperature = std::min(lowTemperature, temperature_C);
+        highTemperature = std::max(highTemperature, temperature_C);
+    }
+};
+
+// The top panel of both timelines: frame rates from 0 to a little above the highest.
+Panel frameRatePanelAbove(double highestFps, const char* title) {
+    return {70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), title};
+}
+
 }  // namespace
 
 std::string RenderChart(const ChartInput& input) {
     const std::vector<TimelineRow>& rows = *input.rows;
-    double duration_s = input.tick_s;
-    double highestFps = input.refreshRate_Hz;
-    double lowTemperature = input.temperatureLowerBound_C;
-    double highTemperature = input.temperatureUpperBound_C;
+    Extents extents{input.tick_s, static_cast<double>(input.refreshRate_Hz),
+                    input.temperatureLowerBound_C, input.temperatureUpperBound_C};
     double highestCurrent =
         std::isfinite(input.currentThreshold_mA) ? input.currentThreshold_mA : 0;
     for (const TimelineRow& row : rows) {
-        duration_s = std::max(duration_s, row.time_s);
-        highestFps = std::max({highestFps, static_cast<double>(row.ofps),
-                               static_cast<double>(row.gfps), std::abs(1.0 * row.sfps)});
-        lowTemperature = std::min(lowTemperature, row.temperature_C);
-        highTemperature = std::max(highTemperature, row.temperature_C);
+        extents.Take(row.time_s,
+                     std::max({static_cast<double>(row.ofps), static_cast<double>(row.gfps),
+                               std::abs(1.0 * row.sfps)}),
+                     row.temperature_C);
         highestCurrent = std::max(highestCurrent, row.current_mA);
     }
 
-    const TimeScale scale = timeScaleFor(duration_s);
+    const TimeScale scale = timeScaleFor(extents.duration_s);
     Svg svg(scale.duration_s, scale.unit_s);
 
-    const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (FPS)"};
-    const Panel temperature{350.0, 150.0, niceRange(lowTemperature - 1.0, highTemperature + 3.0, 5),
-                            "Temperature (\u00b0C)"};
+    const Panel fps = frameRatePanelAbove(extents.highestFps, "Frame rate (FPS)");
+    const Panel temperature{
+        350.0, 150.0, niceRange(extents.lowTemperature - 1.0, extents.highTemperature + 3.0, 5),
+        "Temperature (\u00b0C)"};
     const Panel current{530.0, 110.0, niceRange(0.0, highestCurrent * 1.3 + 1.0, 4),
                         "Electric current (mA)"};
     const double height = current.top + current.height + 50.0;
@@ -365,23 +383,19 @@ std::string RenderChart(const ChartInput& input) {
 std::string RenderComparisonChart(const ComparisonChartInput& input) {
     static const char* const kColours[] = {"#d62728", "#1f77b4", "#7f7f7f", "#2ca02c",
                                            "#9467bd", "#ff7f0e", "#8c564b", "#e377c2"};
-    double duration_s = 1.0;
-    double highestFps = input.refreshRate_Hz;
-    double lowTemperature = input.temperatureUpperBound_C;
-    double highTemperature = input.temperatureUpperBound_C;
+    Extents extents{1.0, static_cast<double>(input.refreshRate_Hz), input.temperatureUpperBound_C,
+                    input.temperatureUpperBound_C};
     for (const ComparisonSeries& series : input.series) {
         for (const TimelineRow& row : *series.rows) {
-            duration_s = std::max(duration_s, row.time_s);
-            highestFps = std::max(highestFps, static_cast<double>(row.ofps));
-            lowTemperature = std::min(lowTemperature, row.deviceTemperature_C);
-            highTemperature = std::max(highTemperature, row.deviceTemperature_C);
+            extents.Take(row.time_s, row.ofps, row.deviceTemperature_C);
         }
     }
-    const TimeScale scale = timeScaleFor(duration_s);
+    const TimeScale scale = timeScaleFor(extents.duration_s);
     Svg svg(scale.duration_s, scale.unit_s);
-    const Panel fps{70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), "Frame rate (OFPS)"};
-    const Panel temperature{350.0, 200.0, niceRange(lowTemperature - 1.0, highTemperature + 2.0, 5),
-                            "Device temperature (\u00b0C)"};
+    const Panel fps = frameRatePanelAbove(extents.highestFps, "Frame rate (OFPS)");
+    const Panel temperature{
+        350.0, 200.0, niceRange(extents.lowTemperature - 1.0, extents.highTemperature + 2.0, 5),
+        "Device temperature (\u00b0C)"};
     for (const Panel* panel : {&fps, &temperature}) svg.Frame(*panel, scale.step);
     drawBound(svg, temperature, input.temperatureUpperBound_C,
               "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
