@@ -7,6 +7,7 @@
 #include <cstring>
 #include <string>
 
+#include "FuzzEnvironment.h"
 #include "talvex/basics/Log.h"
 #include "tools/sim/base/InputError.h"
 #include "tools/sim/input/Scenario.h"
@@ -34,6 +35,8 @@ bool placed(const char* message) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Basics::Log::SetLogLevel(-1);
+    // The settings center lists what it forgets on standard output.
+    const FuzzEnvironment::QuietStdout quiet;
     const std::string text(reinterpret_cast<const char*>(data), size);
     TalvexSim::Scenario scenario;
     try {

@@ -188,7 +188,7 @@ std::vector<std::vector<Point>> exploringMarks(const Svg& svg, const Panel& pane
                                                const std::vector<TimelineRow>& rows) {
     std::vector<std::vector<Point>> marks;
     for (const TimelineRow& row : rows) {
-        if (row.paused || row.exploringTicks == 0 || row.exploringSfps > -2) continue;
+        if (row.paused || row.exploringTicks == 0 || !IsExploringSfps(row.exploringSfps)) continue;
         const double x = svg.X(row.time_s);
         const double y = Svg::Y(panel, -row.exploringSfps);
         marks.push_back({{x, y - 7.0}, {x, y + 7.0}});
@@ -293,7 +293,7 @@ void frameRatePanel(Svg& svg, const Panel& fps, const std::vector<TimelineRow>& 
                 {"SFPS applied", "stroke=\"#d62728\" stroke-width=\"2.5\"",
                  stepRuns(svg, fps, rows,
                           [&](const TimelineRow& r) -> std::optional<double> {
-                              if (!running(r) || r.sfps < 1) return std::nullopt;
+                              if (!running(r) || !IsHeldSfps(r.sfps)) return std::nullopt;
                               return r.sfps;
                           })},
                 {"SFPS while exploring (negative on the node)",
