@@ -159,5 +159,69 @@ TEST(ScenarioLoaderTest, DefaultAndShippedScenariosLoad) {
     EXPECT_GE(shipped, 4u);
 }
 
+// Each event on its own line: the first at line 5 of the scenario.
+std::string withEvents(const std::string& events, double duration_s = 60.0) {
+    return ScenarioText("  \"events\": [\n" + events + "\n  ],\n", duration_s);
+}
+
+TEST(ScenarioLoaderTest, FaultEventRefusalsNameThePlaceOfTheFaultyEvent) {
+    const struct {
+        const char* what;
+        std::string events;
+        const char* place;
+        const char* expected;
+    } cases[] = {
+        {"unknown sensor",
+         R"(    {"at_s": 1, "type": "sensor_fault", "duration_s": 2, "sensor": "gpu", "mode": "nan"})",
+         "bad.json:5:68:", "'gpu' is not a sensor (temperature, current, cpu)"},
+        {"unknown node",
+         R"(    {"at_s": 1, "type": "node_fault", "duration_s": 2, "node": "fps", "mode": "missing"})",
+         "bad.json:5:", "'fps' is not a node"},
+        {"unknown mode",
+         R"(    {"at_s": 1, "type": "node_fault", "duration_s": 2, "node": "egl_buf", "mode": "nan"})",
+         "bad.json:5:", "'nan' is not a node fault mode"},
+        {"magnitude without a spike",
+         R"(    {"at_s": 1, "type": "sensor_fault", "duration_s": 2, "sensor": "cpu", "mode": "nan",
+     "magnitude": 3})",
+         "bad.json:6:", "only a spike takes a magnitude"},
+        {"past the end", R"(    {"at_s": 50, "type": "host_stall", "duration_s": 11})",
+         "bad.json:5:", "lasts past the end of the run (60 s)"},
+        {"same sensor twice",
+         R"(    {"at_s": 1, "type": "sensor_fault", "duration_s": 5, "sensor": "current", "mode": "nan"},
+    {"at_s": 5, "type": "sensor_fault", "duration_s": 5, "sensor": "current", "mode": "stuck"})",
+         "bad.json:6:5:", "overlaps the sensor current fault at bad.json:5:5"},
+        {"same node twice",
+         R"(    {"at_s": 1, "type": "node_fault", "duration_s": 5, "node": "efps_max", "mode": "missing"},
+    {"at_s": 2, "type": "node_fault", "duration_s": 1, "node": "efps_max", "mode": "read_only"})",
+         "bad.json:6:", "overlaps the node efps_max fault"},
+        {"two stalls", R"(    {"at_s": 1, "type": "host_stall", "duration_s": 5},
+    {"at_s": 3, "type": "host_stall", "duration_s": 5})",
+         "bad.json:6:", "overlaps the host stall fault"},
+        {"two storms",
+         R"(    {"at_s": 1, "type": "settings_storm", "duration_s": 5, "records_per_s": 5, "invalid_share": 0},
+    {"at_s": 3, "type": "settings_storm", "duration_s": 5, "records_per_s": 5, "invalid_share": 1})",
+         "bad.json:6:", "overlaps the settings storm fault"},
+        {"into a pause", R"(    {"at_s": 1, "type": "host_stall", "duration_s": 10},
+    {"at_s": 5, "type": "pause"})",
+         "bad.json:6:5:", "pause while the host stall fault at bad.json:5:5 lasts (until 11 s)"},
+        {"while paused", R"(    {"at_s": 1, "type": "pause"},
+    {"at_s": 5, "type": "host_stall", "duration_s": 1})",
+         "bad.json:6:", "a fault cannot start while the game is paused"},
+        {"storm after the settings were forgotten", R"(    {"at_s": 1, "type": "pause"},
+    {"at_s": 2, "type": "resume"},
+    {"at_s": 3, "type": "settings_storm", "duration_s": 1, "records_per_s": 5, "invalid_share": 0.5})",
+         "bad.json:7:", "no setting is in force to re-send"},
+        {"out of order", R"(    {"at_s": 9, "type": "pause"},
+    {"at_s": 5, "type": "host_stall", "duration_s": 1})",
+         "bad.json:6:", "time order"},
+    };
+    for (const auto& bad : cases) {
+        SCOPED_TRACE(bad.what);
+        const std::string message = TalvexSimTest::LoadError(withEvents(bad.events));
+        EXPECT_EQ(message.rfind(bad.place, 0), 0u) << message;
+        EXPECT_NE(message.find(bad.expected), std::string::npos) << message;
+    }
+}
+
 }  // namespace
 }  // namespace TalvexSim
