@@ -35,7 +35,7 @@ demo: configure ## Run the simulator's default scenario under the library, the g
 	$(BUILD_DIR)/tools/sim/talvex-sim --compare --out out/default
 	@echo "Open out/default/compare/compare.md; each policy's timeline, trace.json (Perfetto UI), chart and report are in its folder there"
 
-bench: ## Run the benchmarks; JSON in out/bench/, the README's table in out/bench/results.md
+bench: ## Run the benchmarks; JSON in out/bench/, the benchmarks page's table in out/bench/results.md
 	@scripts/install-deps.sh tools
 	bench/run.sh
 

@@ -1,5 +1,6 @@
-// Turns the JSON written by the benchmark programs into the README's results table (Markdown on
-// standard output). Every ratio is computed from figures of the same file, that is of one run.
+// Turns the JSON written by the benchmark programs into the results table of docs/benchmarks.md
+// (Markdown on standard output). Every ratio is computed from figures of the same file, that is of
+// one run.
 #include <json/json.h>
 
 #include <cmath>
