@@ -102,6 +102,8 @@ TEST(ClearableFrameLengthsQueue, RejectedFramesStillSetTheLengthAndRate) {
     EXPECT_NE(queue.GetDebugInfo().find("\t EFPS = 0\n\t currentFrameLength = 0.016\n"),
               std::string::npos);
     EXPECT_EQ(queue.GetEncryptedInfo(), 0);
+    queue.Update(1.5f, 1.0f);  // a target of 1 FPS still has a period
+    EXPECT_TRUE(queue.IsLastFrameLong(0.0f));
 }
 
 TEST(ClearableFrameLengthsQueue, FastestRateBoundsAReasonableFrame) {
