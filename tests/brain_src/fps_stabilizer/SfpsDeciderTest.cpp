@@ -246,6 +246,7 @@ TEST_F(SfpsDecider, CurrentRecoversOneStepPerFiveSecondsUpToTheGFPSThenResets) {
 }
 
 TEST_F(SfpsDecider, CurrentImplausibleInputEndsStabilisationAtOnce) {
+    EXPECT_TRUE(Current::IsElectricCurrentReasonable(1.0f));  // low, not implausible
     struct Row {
         int GFPS, lowerBound;
         float mA;
