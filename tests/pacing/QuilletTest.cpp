@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -127,11 +128,19 @@ TEST_F(QuilletTest, SleepAddsQuotaCalibrationAndWhatIsLeftOfThePeriod) {
 }
 
 TEST_F(QuilletTest, CalibrationFollowsTheMeasuredRateWithinItsBounds) {
-    const std::pair<double, const char*> rows[] = {{61.0, "-0.9"}, {60.3, "-1"}, {59.9, "-1.1"}};
-    for (const auto& [measuredFPS, calibration_ms] : rows) {
+    // A frame of 48.780486 ms measures exactly 20.5 FPS in float: the dead band's upper edge.
+    const struct {
+        int target;
+        double frame_ms;
+        const char* calibration_ms;
+    } rows[] = {{60, 1000.0 / 61, "-0.9"},
+                {60, 1000.0 / 60.3, "-1"},
+                {60, 1000.0 / 59.9, "-1.1"},
+                {20, 48.780486, "-1"}};
+    for (const auto& row : rows) {
         quillet = std::make_unique<Quillet>();
-        for (double spent_ms : {0.0, 1000.0 / measuredFPS, 0.0}) Frame(60, spent_ms);
-        EXPECT_EQ(Text(kCalibration), calibration_ms) << measuredFPS;
+        for (double spent_ms : {0.0, row.frame_ms, 0.0}) Frame(row.target, spent_ms);
+        EXPECT_EQ(Text(kCalibration), row.calibration_ms) << row.frame_ms;
     }
 
     quillet = std::make_unique<Quillet>();
@@ -254,6 +263,19 @@ TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndAnUnopenableOneWarnsPerWrite) 
     for (double sleep_ms : {0.0, 5.667, 12.433, 19.2}) EXPECT_NEAR(Frame(60, 10.0), sleep_ms, 1e-3);
     EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
               Texts(4, "[Quillet] Error occur while try to send info to Brain" + failure));
+
+    // With standard input closed, as a host service may run, the node opens as descriptor 0.
+    quillet.reset();
+    Basics::SetNodeDirectory(nodes.Path());
+    logs.Clear();
+    const int input = ::dup(0);
+    ::close(0);
+    quillet = std::make_unique<Quillet>();
+    Frame(60, 10.0);
+    ::dup2(input, 0);
+    ::close(input);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_WARN), 0u);
+    EXPECT_EQ(nodes.Read("egl_buf").substr(0, 3), "60;");
 }
 
 // As a stream at precision 4 prints them, but a NaN with the sign bit (0/0 on x86-64) is "nan".
@@ -334,6 +356,7 @@ class DeadlineTest : public ::testing::Test {
 // frame late by less than half a period is made up by the next alone.
 TEST_F(DeadlineTest, KeepsTheScheduleUntilAFrameEndsHalfAPeriodOffOrTheTargetChanges) {
     Paced(60, 5.0);
+    EXPECT_EQ(Field(kQuota), 0.0f);  // no schedule runs before the first frame end
     const Basics::TimePoint start = lastEnd;
     for (int frame = 1; frame <= 600; ++frame) {
         const double interval_ms = Paced(60, 4.0 + frame % 9);
