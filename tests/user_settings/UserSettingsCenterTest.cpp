@@ -108,6 +108,9 @@ TEST_F(SettingsCenterTest, RegistrationAndDispatchFollowTheCurrentPid) {
                                            "Failed to PrintUserSettingRecords due to fallowing "
                                            "error:\n"));
     EXPECT_THAT(recordsOf(200), ::testing::Not(::testing::EndsWith(RULE)));
+
+    center.ResetForTesting();  // what every test's scope relies on: no action survives it
+    EXPECT_THAT(apply({"other", "gfps", "1"}), ElementsAre(notFound(-1, {"other", "gfps", "1"})));
 }
 
 TEST_F(SettingsCenterTest, EachFailureIsOneErrorAndKeepsTheStoredState) {

@@ -1,7 +1,11 @@
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -82,6 +86,27 @@ TEST(SettingsCenterConcurrency, DispatchWhileRegisteringLosesNothing) {
     }
     EXPECT_EQ(lateCalls, kRegistrars * kLateKeys);
     EXPECT_EQ(logs.Count(ANDROID_LOG_ERROR), 0u);
+}
+
+// A host's logger may wait on a thread that uses the center: a refusal is logged only once the
+// center's lock is released.
+TEST(SettingsCenterConcurrency, RefusalIsLoggedAfterTheLockIsReleased) {
+    TalvexHarness::SettingsCenterScope emptied;
+    static std::thread reader;
+    static bool readWhileLogging = false;
+    __android_log_set_logger([](const struct __android_logger_data*, const char*) {
+        auto read = std::make_shared<std::promise<void>>();
+        reader = std::thread([read] {
+            UserSettings::UserSettingsCenter::GetInstance().GetVersion();
+            read->set_value();
+        });
+        readWhileLogging =
+            read->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    });
+    UserSettings::UserSettingsCenter::GetInstance().OnUserSettingParameter({"c", "unknown", "1"});
+    __android_log_set_logger(__android_log_stderr_logger);
+    reader.join();
+    EXPECT_TRUE(readWhileLogging);
 }
 
 }  // namespace
