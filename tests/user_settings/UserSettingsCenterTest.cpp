@@ -1,8 +1,13 @@
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "harness/LogSink.h"
@@ -239,6 +244,27 @@ TEST_F(SettingsCenterTest, ActionMayCallBackIntoTheCenter) {
     EXPECT_THAT(apply({"c", "outer", "5"}), ElementsAre());
     EXPECT_EQ(inner, (Strings{"version 3", "4", "after"}));
     EXPECT_EQ(recordsOf(-1), records(-1, "(inner, 4), (outer, 5)"));
+}
+
+// A host's logger may wait on a thread that uses the center: a refusal is logged only once the
+// center's lock is released.
+TEST(SettingsCenterConcurrency, RefusalIsLoggedAfterTheLockIsReleased) {
+    TalvexHarness::SettingsCenterScope emptied;
+    static std::thread reader;
+    static bool readWhileLogging = false;
+    __android_log_set_logger([](const struct __android_logger_data*, const char*) {
+        auto read = std::make_shared<std::promise<void>>();
+        reader = std::thread([read] {
+            UserSettings::UserSettingsCenter::GetInstance().GetVersion();
+            read->set_value();
+        });
+        readWhileLogging =
+            read->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    });
+    UserSettings::UserSettingsCenter::GetInstance().OnUserSettingParameter({"c", "unknown", "1"});
+    __android_log_set_logger(__android_log_stderr_logger);
+    reader.join();
+    EXPECT_TRUE(readWhileLogging);
 }
 
 }  // namespace

@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "FpsManagerHarness.h"
 
 namespace TalvexTest {
@@ -134,36 +132,6 @@ TEST_F(FpsManagerTest, DestroyedManagerTakesItsActionsButNotThoseOfItsSuccessor)
     manager->OnUserSettingParameters(Gfps30To60());
     EXPECT_THAT(Errors(), IsEmpty());
     EXPECT_EQ(Tick(*manager, 58), "77,-1,60");
-}
-
-// Two managers, each with its own settings, and a pause of one leaves the other's in place. The
-// switch is retuned from another thread while its manager ticks (the sanitizer job runs this
-// under ThreadSanitizer).
-TEST_F(FpsManagerTest, SeveralManagersEachKeepTheirOwnSettings) {
-    FpsManager first(101, 60);
-    FpsManager second(102, 60);
-    first.OnResume(0);
-    first.OnUserSettingParameters(Gfps30To60());
-    second.OnResume(0);
-    second.OnUserSettingParameters(
-        MakeRecords({{"stabilizer", "gfps", "25-45"}, {"stabilizer", "sfps", "0-40"}}));
-    std::thread settings([&] {
-        for (int i = 0; i < 200; ++i) {
-            const char* value = i % 2 ? "1" : "0";
-            second.OnUserSettingParameters(
-                MakeRecords({{"stabilizer", "lower_bound_stabilize", value}}));
-        }
-    });
-    for (int i = 0; i < 200; ++i) Tick(second, 45, 30.0f, 1000.0f, 0.005);
-    settings.join();
-    EXPECT_EQ(Tick(second, 45), "102,40,45");
-    EXPECT_EQ(Tick(first, 58), "101,-1,60");
-
-    first.OnPause();
-    second.OnResume(0);
-    second.OnUserSettingParameters(MakeRecords({{"stabilizer", "lower_bound_stabilize", "0"}}));
-    EXPECT_EQ(Tick(second, 45), "102,-1,45");
-    EXPECT_THAT(Errors(), IsEmpty());
 }
 
 }  // namespace
