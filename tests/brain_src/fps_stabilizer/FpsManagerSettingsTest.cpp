@@ -95,27 +95,6 @@ TEST_F(FpsManagerTest, ManagerHandlesPrintingAndLogRecordsAndLetsNothingEscape) 
     EXPECT_EQ(Basics::Log::LogLevel(), 2);
 }
 
-// Built while no PID is current: every component's settings land under the manager's own PID,
-// and the records the manager handles itself are not recorded.
-TEST_F(FpsManagerTest, SettingsAreFiledUnderTheManagersPidAndHistoryListsThem) {
-    FpsManager manager(77, 60);
-    manager.OnUserSettingParameters(MakeRecords({{"stabilizer", "ex_du", "500"},
-                                                 {"stabilizer", "efps", "30-60"},
-                                                 {"sfps_temperature", "ttsigal", "10"},
-                                                 {"sfps_current", "ttsigal", "20"},
-                                                 {"stabilizer", "lower_bound_stabilize", "1"},
-                                                 {"basics", "debug_mode", "0"}}));
-    EXPECT_THAT(Errors(), IsEmpty());
-    ::testing::internal::CaptureStdout();
-    manager.OnUserSettingParameters(MakeRecords({{"history", "any", "thing"}}));
-    const std::string rule = std::string(72, '=') + "\n";
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              rule + "\t Game: 77 UserSettings:\n" + std::string(64, '-') +
-                  "\n\t[\n\t  (efps, 30-60), (ex_du, 500), (lower_bound_stabilize, 1), "
-                  "(ttsigal, 20)\n\t]\n\n" +
-                  rule);
-}
-
 // Destroyed without a pause, a manager leaves no action behind, unless a newer manager for its
 // PID has replaced them, as when the host swaps one manager for another.
 TEST_F(FpsManagerTest, DestroyedManagerTakesItsActionsButNotThoseOfItsSuccessor) {
