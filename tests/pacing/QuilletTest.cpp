@@ -295,7 +295,8 @@ TEST(QuilletInfoLine, FloatsReadAsAStreamAtPrecisionFour) {
     }
 }
 
-// Trace off: the capture itself would allocate.
+// Both frame windows (wrapping round their buffers) and the node line are fed on every frame here,
+// so this is also their allocation test. Trace off: the capture itself would allocate.
 TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
     TalvexHarness::LogSwitchesScope logSwitches;
     TalvexHarness::NodeDirectory nodes;
