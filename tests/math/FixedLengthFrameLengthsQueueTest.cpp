@@ -143,8 +143,9 @@ TEST(OneSecondFrameLengthsQueue, WindowFollowsTheTarget) {
     EXPECT_TRUE(queue.IsReady());
 }
 
-// Growing copies the frames from wherever the oldest sits, the oldest included.
-TEST(FrameLengthRing, GrowingKeepsEveryFrameInOrder) {
+// Growing copies the frames from wherever the oldest sits, the oldest included; dropping the
+// oldest wraps round the buffer.
+TEST(FrameLengthRing, GrowingAndWrappingKeepEveryFrameInOrder) {
     Math::FrameLengthRing ring(4);
     for (float frame : {1.0f, 2.0f, 3.0f, 4.0f}) ring.push_back(frame);
     ring.pop_front();
@@ -153,6 +154,11 @@ TEST(FrameLengthRing, GrowingKeepsEveryFrameInOrder) {
     EXPECT_EQ(std::vector<float>(ring.begin(), ring.end()),
               (std::vector<float>{3.0f, 4.0f, 5.0f, 6.0f, 7.0f}));
     EXPECT_EQ(ring.capacity(), 8u);
+    for (float frame = 8.0f; frame <= 24.0f; ++frame) {  // the oldest wraps round the buffer
+        ring.pop_front();
+        ring.push_back(frame);
+        ASSERT_EQ(ring.front(), frame - 4.0f);
+    }
 }
 
 }  // namespace
