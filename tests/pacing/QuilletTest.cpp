@@ -240,7 +240,7 @@ TEST_F(QuilletTest, ClockReadsDoNotDependOnThePacingState) {
     }
 }
 
-TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndAnUnopenableOneWarnsPerWrite) {
+TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndOnlyAFailedOpenWarns) {
     nodes.Remove("egl_buf");
     const mode_t umask = ::umask(0);
     quillet = std::make_unique<Quillet>();
@@ -249,20 +249,19 @@ TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndAnUnopenableOneWarnsPerWrite) 
     ASSERT_EQ(::stat(nodes.NodePath("egl_buf").c_str(), &node), 0);
     EXPECT_EQ(node.st_mode & 0777, 0666u);
 
+    // How often a node that cannot be opened is reported, and that pacing goes on, is the
+    // node-fault suite's; here, what the warnings say.
     logs.Clear();
     const std::string missing = nodes.Path() + "/missing";
     Basics::SetNodeDirectory(missing);
     quillet = std::make_unique<Quillet>();
+    Frame(60, 10.0);
     const std::string failure = ":\n\t Failed to write info to node: '" + missing +
                                 "/egl_buf'\nPlease check the Kernel Version and wheter the node "
                                 "is valid.\n";
     EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
-              Texts{"[Quillet] Error occur while try to clear the info to Brain" + failure});
-    logs.Clear();
-    // 10 ms frames at 60: the quota grows by 6.667 ms a frame, the calibration by 0.1 ms.
-    for (double sleep_ms : {0.0, 5.667, 12.433, 19.2}) EXPECT_NEAR(Frame(60, 10.0), sleep_ms, 1e-3);
-    EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
-              Texts(4, "[Quillet] Error occur while try to send info to Brain" + failure));
+              (Texts{"[Quillet] Error occur while try to clear the info to Brain" + failure,
+                     "[Quillet] Error occur while try to send info to Brain" + failure}));
 
     // With standard input closed, as a host service may run, the node opens as descriptor 0.
     quillet.reset();
