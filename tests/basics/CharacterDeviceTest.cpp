@@ -20,22 +20,8 @@ TEST(NodeDirectory, DefaultsToTheModuleParameters) {
     Basics::SetNodeDirectory("/sys/module/tarrow/parameters");
 }
 
-// Rewrites only when the target changes or the node no longer holds it; nothing without a target.
-// The re-read every 10 s and a node that cannot be written are the node-fault suite's.
-TEST_F(CharacterDeviceTest, WritesOnlyOnChange) {
-    device.Update();
-    EXPECT_FALSE(nodes.Exists("efps_max"));
-    nodes.Write("efps_max", "0");
-    device.SetTargetStatus("60");
-    EXPECT_EQ(nodes.Read("efps_max"), "60");
-    nodes.Write("efps_max", "untouched");
-    device.SetTargetStatus("60");  // same target, device known to hold it
-    device.Update();
-    EXPECT_EQ(nodes.Read("efps_max"), "untouched");
-    device.SetTargetStatus("45");
-    EXPECT_EQ(nodes.Read("efps_max"), "45");
-}
-
+// Writing only on a change, the re-read every 10 s and a node that cannot be written are the
+// node-fault suite's, through the FPS manager.
 TEST_F(CharacterDeviceTest, MatchingNodeIsNotRewritten) {
     nodes.Write("efps_max", "60\n");  // the read stops at whitespace
     device.SetTargetStatus("60");

@@ -49,22 +49,11 @@ TEST(TextHelpers, ClassesSplittingAndCleaning) {
     EXPECT_EQ(Basics::GetFileNameExtension("name."), "");
 }
 
-// Reads like a stream; what a stream cannot read throws invalid_argument with the source text.
-TEST(ConvertStringToValue, ReadsLikeAStream) {
+// Reads what a stream reads; what it cannot read throws invalid_argument with the source text.
+TEST(ConvertStringToValue, ThrowsInvalidArgumentWithTheSourceText) {
     int i = 0;
-    float f = 0;
-    bool b = false;
-    unsigned int u = 0;
     ConvertStringToValue("30fps", i);
     EXPECT_EQ(i, 30);
-    ConvertStringToValue("25.5", i);
-    EXPECT_EQ(i, 25);
-    ConvertStringToValue("-1.25e1", f);
-    EXPECT_FLOAT_EQ(f, -12.5f);
-    ConvertStringToValue("1", b);
-    EXPECT_TRUE(b);
-    ConvertStringToValue("4000000000", u);
-    EXPECT_EQ(u, 4000000000u);
     try {
         ConvertStringToValue("abc", i);
         FAIL() << "no exception";
@@ -73,22 +62,16 @@ TEST(ConvertStringToValue, ReadsLikeAStream) {
                      "\n\nError occur while ConvertStringToValue():\n"
                      "Cannot convert sourceString_ to targetValue_:\n\t sourceString_ = 'abc'\n");
     }
-    EXPECT_THROW(ConvertStringToValue("", i), std::invalid_argument);
+    bool b = false;
     EXPECT_THROW(ConvertStringToValue("2", b), std::invalid_argument);
     EXPECT_THROW(ConvertStringToValue("99999999999", i), std::invalid_argument);
-    EXPECT_THROW(ConvertStringToValue("x1", f), std::invalid_argument);
 }
 
 // Text forms as the debug dumps embed them; a 0/0 NaN carries the sign bit on x86-64.
 TEST(ToString, NumbersPairsAndContainers) {
-    EXPECT_EQ(ToString<long>(-262), "-262");
-    EXPECT_EQ(ToString(1000.0f / 60.0f), "16.6667");
-    EXPECT_EQ(ToString(1e6), "1e+06");
     volatile float zero = 0.0f;
     EXPECT_EQ(ToString(zero / zero), "nan");
-    EXPECT_EQ(ToString(true) + ToString(false), "10");
-    EXPECT_EQ(ToString(std::pair<const int, unsigned int>(30, 5)), "(30, 5)");
-    EXPECT_EQ(ContainerToString(std::vector<float>{}, 10), "\t[\n\t  \n\t]\n");
+    EXPECT_EQ(ToString(1e6) + ToString(true), "1e+061");
     EXPECT_EQ(ContainerToString(std::map<int, unsigned int>{{60, 2}, {30, 1}}, 10),
               "\t[\n\t  (30, 1), (60, 2)\n\t]\n");
     EXPECT_EQ(ContainerToString(std::vector<int>(12, 1), 10),
