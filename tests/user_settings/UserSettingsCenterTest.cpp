@@ -70,9 +70,6 @@ class SettingsCenterTest : public ::testing::Test {
     std::string recordsOf(int pid) {
         return listing([&] { center.PrintUserSettingRecords(pid); });
     }
-    std::string candidates() {
-        return listing([&] { center.PrintUserSettingCandidates(); });
-    }
 
     TalvexHarness::LogSwitchesScope logSwitches;
     TalvexHarness::SettingsCenterScope emptied;
@@ -182,28 +179,6 @@ TEST_F(SettingsCenterTest, ForgettingAPidWithoutRecordsWarnsWithTheCandidateList
     center.OnCurrentBrainResume(9);  // a PID never seen: the current one stays current
     listing([&] { center.OnCurrentBrainDie(4); });
     EXPECT_THAT(apply({"beta", "x", "1"}), ElementsAre(notFound(9, {"beta", "x", "1"})));
-}
-
-// A game registers, is tuned, pauses (forgotten) and resumes without registering anew.
-TEST_F(SettingsCenterTest, PauseForgetsAndResumeDoesNotRegisterAgain) {
-    Strings received;
-    center.OnCurrentBrainResume(7);
-    recordInto("sfps_current", "upper", received);
-    apply({"sfps_current", "upper", "900"});
-    logs.Clear();
-    center.OnCurrentBrainDie(7);
-    EXPECT_EQ(logs.Messages().at(0).text,
-              "[UserSettingsCenter][OnCurrentBrainDie] Release Brain: 7");
-    EXPECT_EQ(logs.Messages().size(), 1u);
-    EXPECT_EQ(candidates(), RULE + "\t7\n" + DASHES + "\n" + RULE);
-    EXPECT_EQ(recordsOf(7), records(7, ""));
-
-    const UserSetting again{"sfps_current", "upper", "800"};
-    EXPECT_THAT(apply(again), ElementsAre(notFound(-1, again)));
-    center.OnCurrentBrainResume(7);
-    EXPECT_THAT(apply(again), ElementsAre(notFound(7, again)));
-    EXPECT_EQ(received, Strings{"900"});
-    EXPECT_EQ(recordsOf(7), records(7, ""));
 }
 
 TEST_F(SettingsCenterTest, VersionSetResetAndRefused) {
