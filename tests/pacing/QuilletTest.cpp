@@ -7,7 +7,6 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
-#include <sstream>
 
 #include "harness/AllocationCounter.h"
 #include "harness/LogSink.h"
@@ -18,7 +17,7 @@
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
-#include "talvex/pacing/QuilletImpl.h"
+#include "talvex/pacing/Quillet.h"
 
 namespace {
 
@@ -256,23 +255,6 @@ TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndOnlyAFailedOpenWarns) {
     ::close(input);
     EXPECT_EQ(logs.Count(ANDROID_LOG_WARN), 0u);
     EXPECT_EQ(nodes.Read("egl_buf").substr(0, 3), "60;");
-}
-
-// As a stream at precision 4 prints them, but a NaN with the sign bit (0/0 on x86-64) is "nan".
-TEST(QuilletInfoLine, FloatsReadAsAStreamAtPrecisionFour) {
-    const float nan = std::nanf(""), inf = HUGE_VALF;
-    for (float value : {16.6667f, 0.0001234f, 123456.0f, -1000.0f, nan, -nan, inf, -inf, -0.0f,
-                        -4.33333f, 1e-5f, 99999.0f}) {
-        std::ostringstream stream;
-        stream.precision(4);
-        const float v = std::isnan(value) ? nan : value;
-        stream << v << ";90;" << v << ";w;" << v << ";" << v << ";" << v << ";" << v << ";" << v
-               << "\n";
-        char text[256];
-        android::Nimbrel::Quillet::FormatInfoLine(
-            text, sizeof(text), {value, 90, value, "w", value, value, value, value, value});
-        EXPECT_EQ(text, stream.str());
-    }
 }
 
 // Both frame windows (wrapping round their buffers) and the node line are fed on every frame here,

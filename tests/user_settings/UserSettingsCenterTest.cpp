@@ -77,14 +77,6 @@ class SettingsCenterTest : public ::testing::Test {
     TalvexHarness::LogSink logs;
 };
 
-TEST(IsResetCommand, OnlyTheThreeExactNames) {
-    for (const char* reset : {"reset", "nan", "NAN"})
-        EXPECT_TRUE(UserSettings::IsResetCommand(reset));
-    for (const char* other : {"Reset", "NaN", "nan ", "", "resets"}) {
-        EXPECT_FALSE(UserSettings::IsResetCommand(other)) << "'" << other << "'";
-    }
-}
-
 TEST_F(SettingsCenterTest, RegistrationAndDispatchFollowTheCurrentPid) {
     Strings replaced, early, shared, first;
     recordInto("stabilizer", "gfps", replaced);  // no PID current yet: filed under -1
