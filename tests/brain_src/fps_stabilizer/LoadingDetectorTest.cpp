@@ -67,6 +67,7 @@ TEST(LoadingDetectorMemory, ALongRunAtOneOfpsKeepsTheHeapFlat) {
         }
         return static_cast<long long>(mallinfo2().uordblks);
     };
+    if (mallinfo2().uordblks == 0) GTEST_SKIP() << "no heap figures (a sanitizer's allocator)";
     const long long settled = run(2000);
     EXPECT_LT(run(100000) - settled, 16 * 1024);  // 400 kB if every value were kept
 }
