@@ -115,12 +115,14 @@ TEST_F(QuilletTest, SleepAddsQuotaCalibrationAndWhatIsLeftOfThePeriod) {
 }
 
 TEST_F(QuilletTest, CalibrationFollowsTheMeasuredRateWithinItsBounds) {
-    // A frame of 48.780486 ms measures exactly 20.5 FPS in float: the dead band's upper edge.
+    // The dead band is [SFPS, SFPS + 0.5]; a frame of 48.780486 ms measures exactly 20.5 FPS in
+    // float.
     const struct {
         int target;
         double frame_ms;
         const char* calibration_ms;
     } rows[] = {{60, 1000.0 / 61, "-0.9"},
+                {60, 1000.0 / 60.6, "-0.9"},
                 {60, 1000.0 / 60.3, "-1"},
                 {60, 1000.0 / 59.9, "-1.1"},
                 {20, 48.780486, "-1"}};
