@@ -83,6 +83,9 @@ TEST_F(QuilletTest, LifetimeClearsAndFirstFramesOnlyStartTheClock) {
          "AI - Quota (us)=0", "AI SleepCalibration (us)=-1000", "AI_Egl QuotaCounts=0",
          "AI Sleep duration (us)=0", "]", "[Quillet::PostUpdate()", "AI FrameLength (us)=0", "]"});
     EXPECT_EQ(Trace(), steps);
+    // No sleep is not a sleep of 0 ms: the message says which branch ran.
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "Finally"),
+              Texts{"[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = 0"});
 
     // (0 - 1) + (16.667 - 20) stays in the line while 0 is returned.
     EXPECT_EQ(Frame(60, 20.0), 0.0f);
