@@ -18,12 +18,12 @@ TEST(HalfSecondFrameLengthsQueue, SpanEndsAtHalfASecond) {
     queue.Update(-0.02f, 60.0f);
     queue.Update(0.02f, 0.0f);
     EXPECT_EQ(queue.GetDumpedFileInfo(), "29,0.483334");
+    EXPECT_EQ(queue.GetEncryptedInfo(), 0);
     EXPECT_TRUE(queue.IsLastFrameLong(-30.0f));
     queue.Update(1.0f / 60, 60.0f);  // brings the float sum to 0.5000002
     EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0");
     EXPECT_EQ(queue.GetQuota(), 0.0f);
     EXPECT_FALSE(queue.IsLastFrameLong(-30.0f));  // no target after the reset
-    EXPECT_EQ(queue.GetEncryptedInfo(), 0);
     queue.Update(0.25f, 4.0f);
     queue.Update(0.25f, 4.0f);  // exactly half a second ends the span too
     EXPECT_EQ(queue.GetDumpedFileInfo(), "0,0");

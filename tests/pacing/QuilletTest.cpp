@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cmath>
 #include <memory>
-#include <sstream>
 
 #include "harness/AllocationCounter.h"
 #include "harness/LogSink.h"
@@ -17,7 +17,7 @@
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Conversions.h"
 #include "talvex/basics/Log.h"
-#include "talvex/pacing/QuilletImpl.h"
+#include "talvex/pacing/Quillet.h"
 
 namespace {
 
@@ -83,34 +83,25 @@ TEST_F(QuilletTest, LifetimeClearsAndFirstFramesOnlyStartTheClock) {
          "AI - Quota (us)=0", "AI SleepCalibration (us)=-1000", "AI_Egl QuotaCounts=0",
          "AI Sleep duration (us)=0", "]", "[Quillet::PostUpdate()", "AI FrameLength (us)=0", "]"});
     EXPECT_EQ(Trace(), steps);
-    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG),
-              (Texts{"[Quillet] clearInfoNode while init",
-                     "[Quillet][Update] self.SFPS=nan, TARGET_SFPS_=60, FASTEST_FPS_=90",
-                     "[Quillet] set isExploring(=0) to false, due to TARGET_SFPS_=60.",
-                     "[Quillet][CalculateSleepDuration_ms] quota_ms = 0.000000",
-                     "[Quillet][updateSleepCalibration] sleepCalibration_ms = -1.000000",
-                     "[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = 0"}));
+    // No sleep is not a sleep of 0 ms: the message says which branch ran.
+    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "Finally"),
+              Texts{"[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = 0"});
 
     // (0 - 1) + (16.667 - 20) stays in the line while 0 is returned.
     EXPECT_EQ(Frame(60, 20.0), 0.0f);
     EXPECT_EQ(Text(kTimeDiff), "20");
     EXPECT_EQ(Text(kSleep), "-4.333");
 
-    logs.Clear();
     trace.Clear();
     quillet.reset();
     EXPECT_EQ(nodes.Read("egl_buf"), "\n");
     EXPECT_EQ(Trace(), kCleared);
-    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG), Texts{"[Quillet] clearInfoNode while destruct"});
 }
 
 // The calibration survives a change of target, which empties both frame windows.
 TEST_F(QuilletTest, SleepAddsQuotaCalibrationAndWhatIsLeftOfThePeriod) {
     for (double spent_ms : {0.0, 20.0, 20.0}) Frame(60, spent_ms);  // the calibration to -1.1
     Frame(45, 0.0, 1000.0 / 60 - 2.0);
-    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "sleepCalibrator"),
-              Texts{"[Quillet] clear sleepCalibrator because of targetSFPS change from 60.000000 "
-                    "to 45"});
     EXPECT_EQ(nodes.Read("egl_buf").substr(0, 24), "45;90;20;0,0,inf,0;0;nan");
     Frame(60, 0.0, 1000.0 / 60 - 2.0);  // 2 ms in hand at 60
     EXPECT_EQ(Text(kCalibration), "-1.1");
@@ -127,11 +118,21 @@ TEST_F(QuilletTest, SleepAddsQuotaCalibrationAndWhatIsLeftOfThePeriod) {
 }
 
 TEST_F(QuilletTest, CalibrationFollowsTheMeasuredRateWithinItsBounds) {
-    const std::pair<double, const char*> rows[] = {{61.0, "-0.9"}, {60.3, "-1"}, {59.9, "-1.1"}};
-    for (const auto& [measuredFPS, calibration_ms] : rows) {
+    // The dead band is [SFPS, SFPS + 0.5]; a frame of 48.780486 ms measures exactly 20.5 FPS in
+    // float.
+    const struct {
+        int target;
+        double frame_ms;
+        const char* calibration_ms;
+    } rows[] = {{60, 1000.0 / 61, "-0.9"},
+                {60, 1000.0 / 60.6, "-0.9"},
+                {60, 1000.0 / 60.3, "-1"},
+                {60, 1000.0 / 59.9, "-1.1"},
+                {20, 48.780486, "-1"}};
+    for (const auto& row : rows) {
         quillet = std::make_unique<Quillet>();
-        for (double spent_ms : {0.0, 1000.0 / measuredFPS, 0.0}) Frame(60, spent_ms);
-        EXPECT_EQ(Text(kCalibration), calibration_ms) << measuredFPS;
+        for (double spent_ms : {0.0, row.frame_ms, 0.0}) Frame(row.target, spent_ms);
+        EXPECT_EQ(Text(kCalibration), row.calibration_ms) << row.frame_ms;
     }
 
     quillet = std::make_unique<Quillet>();
@@ -150,14 +151,10 @@ TEST_F(QuilletTest, TargetsFromMinusTenToTenSwitchPacingOffOnce) {
     for (int target : {-10, -5, 0, 5, 10}) {
         Frame(60, 5.0);
         Frame(60, 5.0);
-        logs.Clear();
         trace.Clear();
         quillet->Update(target, 90, 120);
         EXPECT_EQ(nodes.Read("egl_buf"), "\n");
         EXPECT_EQ(Trace(true), kCleared);
-        EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "not valid"),
-                  Texts{"[Quillet] clearInfoNode because of TARGET_SFPS_=" +
-                        std::to_string(target) + " not valid."});
 
         // Off: nothing more is cleared or written, and no frame reaches the windows.
         nodes.Write("egl_buf", "kept");
@@ -187,9 +184,6 @@ TEST_F(QuilletTest, ExploringMeasuresWithoutSleepingAndLeavesTheWindowsForTheSam
     Frame(60, 5.0);
     EXPECT_EQ(Text(kWindow), "2,200,inf,-1000");
     EXPECT_EQ(Text(kAveragedFPS), "200");
-    Texts exploring(3, "[Quillet] set isExploring(=1) to true, due to TARGET_SFPS_=-60.");
-    exploring.push_back("[Quillet] set isExploring(=0) to false, due to TARGET_SFPS_=60.");
-    EXPECT_EQ(logs.Texts(ANDROID_LOG_DEBUG, "set isExploring"), exploring);
 }
 
 TEST_F(QuilletTest, TargetAboveTheFastestRateHoldsTheFastestAndEmptiesTheWindows) {
@@ -231,7 +225,7 @@ TEST_F(QuilletTest, ClockReadsDoNotDependOnThePacingState) {
     }
 }
 
-TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndAnUnopenableOneWarnsPerWrite) {
+TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndOnlyAFailedOpenWarns) {
     nodes.Remove("egl_buf");
     const mode_t umask = ::umask(0);
     quillet = std::make_unique<Quillet>();
@@ -240,40 +234,36 @@ TEST_F(QuilletTest, NodeIsCreatedAsAStreamWouldAndAnUnopenableOneWarnsPerWrite) 
     ASSERT_EQ(::stat(nodes.NodePath("egl_buf").c_str(), &node), 0);
     EXPECT_EQ(node.st_mode & 0777, 0666u);
 
+    // How often a node that cannot be opened is reported, and that pacing goes on, is the
+    // node-fault suite's; here, what the warnings say.
     logs.Clear();
     const std::string missing = nodes.Path() + "/missing";
     Basics::SetNodeDirectory(missing);
     quillet = std::make_unique<Quillet>();
+    Frame(60, 10.0);
     const std::string failure = ":\n\t Failed to write info to node: '" + missing +
                                 "/egl_buf'\nPlease check the Kernel Version and wheter the node "
                                 "is valid.\n";
     EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
-              Texts{"[Quillet] Error occur while try to clear the info to Brain" + failure});
+              (Texts{"[Quillet] Error occur while try to clear the info to Brain" + failure,
+                     "[Quillet] Error occur while try to send info to Brain" + failure}));
+
+    // With standard input closed, as a host service may run, the node opens as descriptor 0.
+    quillet.reset();
+    Basics::SetNodeDirectory(nodes.Path());
     logs.Clear();
-    // 10 ms frames at 60: the quota grows by 6.667 ms a frame, the calibration by 0.1 ms.
-    for (double sleep_ms : {0.0, 5.667, 12.433, 19.2}) EXPECT_NEAR(Frame(60, 10.0), sleep_ms, 1e-3);
-    EXPECT_EQ(logs.Texts(ANDROID_LOG_WARN),
-              Texts(4, "[Quillet] Error occur while try to send info to Brain" + failure));
+    const int input = ::dup(0);
+    ::close(0);
+    quillet = std::make_unique<Quillet>();
+    Frame(60, 10.0);
+    ::dup2(input, 0);
+    ::close(input);
+    EXPECT_EQ(logs.Count(ANDROID_LOG_WARN), 0u);
+    EXPECT_EQ(nodes.Read("egl_buf").substr(0, 3), "60;");
 }
 
-// As a stream at precision 4 prints them, but a NaN with the sign bit (0/0 on x86-64) is "nan".
-TEST(QuilletInfoLine, FloatsReadAsAStreamAtPrecisionFour) {
-    const float nan = std::nanf(""), inf = HUGE_VALF;
-    for (float value : {16.6667f, 0.0001234f, 123456.0f, -1000.0f, nan, -nan, inf, -inf, -0.0f,
-                        -4.33333f, 1e-5f, 99999.0f}) {
-        std::ostringstream stream;
-        stream.precision(4);
-        const float v = std::isnan(value) ? nan : value;
-        stream << v << ";90;" << v << ";w;" << v << ";" << v << ";" << v << ";" << v << ";" << v
-               << "\n";
-        char text[256];
-        android::Nimbrel::Quillet::FormatInfoLine(
-            text, sizeof(text), {value, 90, value, "w", value, value, value, value, value});
-        EXPECT_EQ(text, stream.str());
-    }
-}
-
-// Trace off: the capture itself would allocate.
+// Both frame windows (wrapping round their buffers) and the node line are fed on every frame here,
+// so this is also their allocation test. Trace off: the capture itself would allocate.
 TEST(QuilletAllocations, SteadyFramesDoNotAllocate) {
     TalvexHarness::LogSwitchesScope logSwitches;
     TalvexHarness::NodeDirectory nodes;
@@ -334,6 +324,7 @@ class DeadlineTest : public ::testing::Test {
 // frame late by less than half a period is made up by the next alone.
 TEST_F(DeadlineTest, KeepsTheScheduleUntilAFrameEndsHalfAPeriodOffOrTheTargetChanges) {
     Paced(60, 5.0);
+    EXPECT_EQ(Field(kQuota), 0.0f);  // no schedule runs before the first frame end
     const Basics::TimePoint start = lastEnd;
     for (int frame = 1; frame <= 600; ++frame) {
         const double interval_ms = Paced(60, 4.0 + frame % 9);

@@ -45,17 +45,9 @@ const char* const kWriteFailingFile = "/proc/version";
 enum class Fault { MissingDirectory, ReadOnlyNode, DirectoryNode, WriteFailsAfterOpen };
 
 std::string FaultName(const ::testing::TestParamInfo<Fault>& info) {
-    switch (info.param) {
-        case Fault::MissingDirectory:
-            return "MissingDirectory";
-        case Fault::ReadOnlyNode:
-            return "ReadOnlyNode";
-        case Fault::DirectoryNode:
-            return "DirectoryNode";
-        case Fault::WriteFailsAfterOpen:
-            return "WriteFailsAfterOpen";
-    }
-    return "Unknown";
+    const char* const names[] = {"MissingDirectory", "ReadOnlyNode", "DirectoryNode",
+                                 "WriteFailsAfterOpen"};
+    return names[static_cast<int>(info.param)];
 }
 
 // Whether a file refuses to be opened for writing, and whether it refuses the write itself.

@@ -1,8 +1,13 @@
+#include <android/log.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "harness/LogSink.h"
@@ -65,23 +70,12 @@ class SettingsCenterTest : public ::testing::Test {
     std::string recordsOf(int pid) {
         return listing([&] { center.PrintUserSettingRecords(pid); });
     }
-    std::string candidates() {
-        return listing([&] { center.PrintUserSettingCandidates(); });
-    }
 
     TalvexHarness::LogSwitchesScope logSwitches;
     TalvexHarness::SettingsCenterScope emptied;
     UserSettings::UserSettingsCenter& center = UserSettings::UserSettingsCenter::GetInstance();
     TalvexHarness::LogSink logs;
 };
-
-TEST(IsResetCommand, OnlyTheThreeExactNames) {
-    for (const char* reset : {"reset", "nan", "NAN"})
-        EXPECT_TRUE(UserSettings::IsResetCommand(reset));
-    for (const char* other : {"Reset", "NaN", "nan ", "", "resets"}) {
-        EXPECT_FALSE(UserSettings::IsResetCommand(other)) << "'" << other << "'";
-    }
-}
 
 TEST_F(SettingsCenterTest, RegistrationAndDispatchFollowTheCurrentPid) {
     Strings replaced, early, shared, first;
@@ -108,6 +102,9 @@ TEST_F(SettingsCenterTest, RegistrationAndDispatchFollowTheCurrentPid) {
                                            "Failed to PrintUserSettingRecords due to fallowing "
                                            "error:\n"));
     EXPECT_THAT(recordsOf(200), ::testing::Not(::testing::EndsWith(RULE)));
+
+    center.ResetForTesting();  // what every test's scope relies on: no action survives it
+    EXPECT_THAT(apply({"other", "gfps", "1"}), ElementsAre(notFound(-1, {"other", "gfps", "1"})));
 }
 
 TEST_F(SettingsCenterTest, EachFailureIsOneErrorAndKeepsTheStoredState) {
@@ -176,28 +173,6 @@ TEST_F(SettingsCenterTest, ForgettingAPidWithoutRecordsWarnsWithTheCandidateList
     EXPECT_THAT(apply({"beta", "x", "1"}), ElementsAre(notFound(9, {"beta", "x", "1"})));
 }
 
-// A game registers, is tuned, pauses (forgotten) and resumes without registering anew.
-TEST_F(SettingsCenterTest, PauseForgetsAndResumeDoesNotRegisterAgain) {
-    Strings received;
-    center.OnCurrentBrainResume(7);
-    recordInto("sfps_current", "upper", received);
-    apply({"sfps_current", "upper", "900"});
-    logs.Clear();
-    center.OnCurrentBrainDie(7);
-    EXPECT_EQ(logs.Messages().at(0).text,
-              "[UserSettingsCenter][OnCurrentBrainDie] Release Brain: 7");
-    EXPECT_EQ(logs.Messages().size(), 1u);
-    EXPECT_EQ(candidates(), RULE + "\t7\n" + DASHES + "\n" + RULE);
-    EXPECT_EQ(recordsOf(7), records(7, ""));
-
-    const UserSetting again{"sfps_current", "upper", "800"};
-    EXPECT_THAT(apply(again), ElementsAre(notFound(-1, again)));
-    center.OnCurrentBrainResume(7);
-    EXPECT_THAT(apply(again), ElementsAre(notFound(7, again)));
-    EXPECT_EQ(received, Strings{"900"});
-    EXPECT_EQ(recordsOf(7), records(7, ""));
-}
-
 TEST_F(SettingsCenterTest, VersionSetResetAndRefused) {
     center.SetVersion("5");
     EXPECT_EQ(center.GetVersion(), 5);
@@ -236,6 +211,27 @@ TEST_F(SettingsCenterTest, ActionMayCallBackIntoTheCenter) {
     EXPECT_THAT(apply({"c", "outer", "5"}), ElementsAre());
     EXPECT_EQ(inner, (Strings{"version 3", "4", "after"}));
     EXPECT_EQ(recordsOf(-1), records(-1, "(inner, 4), (outer, 5)"));
+}
+
+// A host's logger may wait on a thread that uses the center: a refusal is logged only once the
+// center's lock is released.
+TEST(SettingsCenterConcurrency, RefusalIsLoggedAfterTheLockIsReleased) {
+    TalvexHarness::SettingsCenterScope emptied;
+    static std::thread reader;
+    static bool readWhileLogging = false;
+    __android_log_set_logger([](const struct __android_logger_data*, const char*) {
+        auto read = std::make_shared<std::promise<void>>();
+        reader = std::thread([read] {
+            UserSettings::UserSettingsCenter::GetInstance().GetVersion();
+            read->set_value();
+        });
+        readWhileLogging =
+            read->get_future().wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+    });
+    UserSettings::UserSettingsCenter::GetInstance().OnUserSettingParameter({"c", "unknown", "1"});
+    __android_log_set_logger(__android_log_stderr_logger);
+    reader.join();
+    EXPECT_TRUE(readWhileLogging);
 }
 
 }  // namespace

@@ -56,7 +56,8 @@ TEST_F(GfpsEvaluatorTest, NearestCandidateFavoursTheLowerNeighbour) {
           Row{"30-45-60", 70, 2, 60}, Row{"30-60", 39, 0, 30}, Row{"30-60", 40, 1, 60},
           Row{"30-50", 39, 0, 30}, Row{"30-50", 40, 1, 50}, Row{"30-49", 34, 0, 30},
           Row{"30-49", 35, 1, 49}, Row{"30-33", 32, 0, 30}, Row{"30-33-60", 33, 1, 33},
-          Row{"30-30-60", 45, 2, 60}, Row{"2147483643-2147483647", 2147483645, 0, 2147483643}}) {
+          Row{"30-30-60", 30, 0, 30}, Row{"30-30-60", 45, 2, 60},
+          Row{"2147483643-2147483647", 2147483645, 0, 2147483643}}) {
         evaluator.SetGfpsCandidates(row.list);
         evaluator.Update(row.efps, 120);
         EXPECT_EQ(evaluator.GetNearestGFPS(), row.gfps) << row.list << " at " << row.efps;
@@ -94,6 +95,8 @@ TEST_F(GfpsEvaluatorTest, LowerBoundsFitTheGfpsListAndAreRaisedToTheMidpoint) {
     // The first is never raised; 0 means no compression.
     evaluator.SetSfpsLowerBoundCandidates("25-0-70");
     EXPECT_EQ(Tick({20, 60, 90}), "30/25 60/0 90/75");
+    evaluator.SetSfpsLowerBoundCandidates("0-1-0");  // 1 is a bound, and raised
+    EXPECT_EQ(Tick({60}), "60/45");
     evaluator.SetGfpsCandidates("2147483600-2147483647");
     evaluator.SetSfpsLowerBoundCandidates("0-2147483000");
     EXPECT_EQ(Tick({2147483647}), "2147483647/2147483623");

@@ -85,11 +85,11 @@ TEST_F(GfpsExplorerTest, WaitExploreFinishAndStartOver) {
 
 TEST_F(GfpsExplorerTest, EstimateLeavesOutTheFirstLength) {
     Basics::Log::SetDebug(true);
-    Explore({0.5f, 0.02f, 0.02f});
-    EXPECT_EQ(explorer.EstimateFPS(), 50);
+    Explore({0.5f, 0.02f, 0.04f});
+    EXPECT_EQ(explorer.EstimateFPS(), 33);
     EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG,
                          "[GfpsExplorer][EstimateFPS] In EstimateFPS:\n\t arrayOfFrameLengths_s = "
-                         "\n\t[\n\t  0.5, 0.02, 0.02\n\t]\n\t result = 50\n"),
+                         "\n\t[\n\t  0.5, 0.02, 0.04\n\t]\n\t result = 33\n"),
               1u);
     Explore({0.04f});
     EXPECT_EQ(explorer.EstimateFPS(), 25);

@@ -46,25 +46,6 @@ TEST_F(SystemInfoTest, ReadingsAreConvertedAsUnsigned) {
     EXPECT_EQ(systemInfo.GetElectricCurrent_mA(), 4294967.5f);
 }
 
-TEST_F(SystemInfoTest, FrameLengthIsTheTimeBetweenTicksOnTheInjectedClock) {
-    EXPECT_EQ(Tick(60), 60);
-    EXPECT_EQ(systemInfo.GetFrameLength_s(), -1.0f);
-    EXPECT_EQ(logs.Count(ANDROID_LOG_DEBUG, std::string(87, '=')), 1u);
-    EXPECT_EQ(Debug(" FrameLength = -1000.000000"), 1u);
-    EXPECT_EQ(Debug("\t targetEFPS is change from -1 to 60 due to LoadingHeavy."), 1u);
-
-    clock.AdvanceMs(16.7);
-    Tick(60);
-    EXPECT_FLOAT_EQ(systemInfo.GetFrameLength_s(), 0.0167f);
-    systemInfo.OnResume();  // the time spent away is not a frame length
-    clock.AdvanceSeconds(5);
-    Tick(60);
-    EXPECT_FLOAT_EQ(systemInfo.GetFrameLength_s(), 0.0167f);
-    clock.AdvanceSeconds(1);
-    Tick(60);
-    EXPECT_EQ(systemInfo.GetFrameLength_s(), 1.0f);
-}
-
 TEST_F(SystemInfoTest, EfpsRisesAtOnceAndFallsOnlyOnVeryLightLoading) {
     EXPECT_EQ(Tick(60), 60);
     systemInfo.Update(kIdle, 90);
