@@ -49,7 +49,7 @@ class SfpsDecider : public ::testing::Test {
     Current current;
 };
 
-TEST_F(SfpsDecider, TemperatureWaitsThenWalksDownOneStepPerTenSecondsToTheBalancedSFPS) {
+TEST_F(SfpsDecider, TemperatureWaitsWalksDownToTheBalancedSFPSAndBackOnlyWhenDue) {
     heat(0, 42.0f);
     heat(299.9, 42.0f);
     EXPECT_EQ(temperature.GetStatus(), Temperature::WaitForActivate);
@@ -64,6 +64,11 @@ TEST_F(SfpsDecider, TemperatureWaitsThenWalksDownOneStepPerTenSecondsToTheBalanc
         ASSERT_EQ(temperature.GetSFPS(), std::max(54, 59 - (second - 1) / 10));
         ASSERT_EQ(temperature.IsActivated(), second >= 51);
     }
+    // Cool again: the walk back waits for its second, held SFPS and all, however settled.
+    heat(0.5, 39.0f);
+    EXPECT_EQ(temperature.GetSFPS(), 54);
+    heat(0.5, 39.0f);
+    EXPECT_EQ(temperature.GetSFPS(), 55);
 }
 
 TEST_F(SfpsDecider, TemperaturePausedResumesStraightAtTheBalancedSFPSOnlyWhenHot) {
