@@ -118,18 +118,9 @@ void SfpsDeciderAccordingToTemperature::Update(int GFPS, int sfpsLowerBound,
             status = WaitForActivate;
             TALVEX_LOGD("[SfpsDeciderByTemperature][Update] switch to WaitForActivate.");
             break;
-        case WaitForActivate: {
-            const int waited_s = wholeSecondsSince(startTimeToConsiderStabilization);
-            TALVEX_LOGD(
-                "[SfpsDeciderByTemperature][Update] durationSinceStartToConsiderStabilization=%d",
-                waited_s);
-            if (!(TIME_TO_STAY_IN_GFPS_AT_LEAST_S.load() > static_cast<float>(waited_s))) {
-                start(GFPS, static_cast<float>(sfpsLowerBound));
-                status = MovingToBalancedSlightly;
-                TALVEX_LOGD("[SfpsDeciderByTemperature][Update] start() with GFPS_=%d", GFPS_);
-            }
+        case WaitForActivate:
+            onWaiting(GFPS, sfpsLowerBound);
             break;
-        }
         case MovingToBalancedSlightly:
             onMovingToBalancedSlightly(temperature_Celsius);
             if (currentSFPS == targetSFPS) status = Activate;
@@ -252,6 +243,18 @@ void SfpsDeciderAccordingToTemperature::onMovingToBalancedSlightly(float tempera
     stepIfDue("onMovingToBalancedSlightly", INTERVAL_TO_MOVE_SLIGHTLY_MS, temperature);
 }
 
+// Hot for long enough at this GFPS: the walk down starts.
+void SfpsDeciderAccordingToTemperature::onWaiting(int GFPS, int sfpsLowerBound) {
+    const int waited_s = wholeSecondsSince(startTimeToConsiderStabilization);
+    TALVEX_LOGD("[SfpsDeciderByTemperature][Update] durationSinceStartToConsiderStabilization=%d",
+                waited_s);
+    if (!(TIME_TO_STAY_IN_GFPS_AT_LEAST_S.load() > static_cast<float>(waited_s))) {
+        start(GFPS, static_cast<float>(sfpsLowerBound));
+        status = MovingToBalancedSlightly;
+        TALVEX_LOGD("[SfpsDeciderByTemperature][Update] start() with GFPS_=%d", GFPS_);
+    }
+}
+
 void SfpsDeciderAccordingToTemperature::onActivating(float temperature) {
     stepIfDue("onActivating", INTERVAL_TO_ADJUST_MS, temperature);
 }
@@ -320,17 +323,9 @@ void SfpsDeciderAccordingToElectricCurrent::Update(int GFPS, int sfpsLowerBound,
             status = WaitForActivate;
             TALVEX_LOGD("[SfpsDeciderByCurrent][Update] switch to WaitForActivate.");
             break;
-        case WaitForActivate: {
-            const int waited_s = wholeSecondsSince(startTimeToConsiderStabilization);
-            TALVEX_LOGD(
-                "[SfpsDeciderByCurrent][Update] durationSinceStartToConsiderStabilization = %d",
-                waited_s);
-            if (!(TIME_TO_STAY_IN_GFPS_AT_LEAST_S.load() > static_cast<float>(waited_s))) {
-                start(GFPS, static_cast<float>(sfpsLowerBound));
-                status = Activate;
-            }
+        case WaitForActivate:
+            onWaiting(GFPS, sfpsLowerBound);
             break;
-        }
         case Activate:
             onActivating(meanElectricCurrent_mA);
             break;
@@ -384,6 +379,17 @@ void SfpsDeciderAccordingToElectricCurrent::start(int GFPS, float sfpsLowerBound
 
 void SfpsDeciderAccordingToElectricCurrent::truncateSFPS() {
     currentSFPS = clampSFPS(currentSFPS, SFPS_LOWER_BOUND_, GFPS_);
+}
+
+// Drawing much for long enough at this GFPS: stabilization starts at the GFPS.
+void SfpsDeciderAccordingToElectricCurrent::onWaiting(int GFPS, int sfpsLowerBound) {
+    const int waited_s = wholeSecondsSince(startTimeToConsiderStabilization);
+    TALVEX_LOGD("[SfpsDeciderByCurrent][Update] durationSinceStartToConsiderStabilization = %d",
+                waited_s);
+    if (!(TIME_TO_STAY_IN_GFPS_AT_LEAST_S.load() > static_cast<float>(waited_s))) {
+        start(GFPS, static_cast<float>(sfpsLowerBound));
+        status = Activate;
+    }
 }
 
 void SfpsDeciderAccordingToElectricCurrent::onActivating(float meanElectricCurrent_mA) {

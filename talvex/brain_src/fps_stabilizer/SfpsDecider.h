@@ -70,6 +70,7 @@ class SfpsDeciderAccordingToTemperature {
     void moveToBalancedPoint();
     int truncateSFPS(int sfps) const;
     bool isDisactivatedOrPaused() const { return status == Disactivate || status == Paused; }
+    void onWaiting(int GFPS, int sfpsLowerBound);
     void onMovingToBalancedSlightly(float temperature);
     void onActivating(float temperature);
     void onLeaving(float temperature);
@@ -126,6 +127,7 @@ class SfpsDeciderAccordingToElectricCurrent {
   private:
     void initDictionaryOfUserSettingActions();
     void start(int GFPS, float sfpsLowerBound);
+    void onWaiting(int GFPS, int sfpsLowerBound);
     void onActivating(float meanElectricCurrent_mA);
     void onLeaving();
     void truncateSFPS();
