@@ -117,6 +117,46 @@ GovernorParams readGovernor(const JsonDocument& document, const Json::Value& val
     return params;
 }
 
+DisplayParams readDisplay(const JsonDocument& document, const Json::Value& value,
+                          int refreshRate_Hz) {
+    ObjectReader display(
+        document, value, "display",
+        {"mode", "buffers", "latch_margin_ms", "composition_delay_ms", "vrr_min_hz", "modes_hz"});
+    DisplayParams params;
+    const std::string mode = display.String("mode", "fixed");
+    if (mode == "vrr") {
+        params.mode = DisplayMode::Vrr;
+    } else if (mode == "modes") {
+        params.mode = DisplayMode::Modes;
+    } else if (mode != "fixed") {
+        document.Fail(display.Member("mode"), display.PathOf("mode"),
+                      "'" + mode + "' is not a display mode (fixed, vrr, modes)");
+    }
+    params.buffers = display.Integer("buffers", 2, 3, params.buffers);
+    params.latchMargin_ms = display.Number("latch_margin_ms", 0.0, 100.0, params.latchMargin_ms);
+    params.compositionDelay_ms =
+        display.Number("composition_delay_ms", 0.0, 1000.0, 1000.0 / refreshRate_Hz);
+    params.vrrMin_Hz = display.Number("vrr_min_hz", 1.0, refreshRate_Hz,
+                                      std::min(params.vrrMin_Hz, double(refreshRate_Hz)));
+    if (display.Has("modes_hz")) {
+        const std::string path = display.PathOf("modes_hz");
+        const Json::Value& modes = ExpectArray(document, display.Member("modes_hz"), path);
+        for (Json::ArrayIndex i = 0; i < modes.size(); ++i) {
+            const int rate = ExpectInteger(document, modes[i], indexed(path, i), 1, refreshRate_Hz);
+            if (!params.modes_Hz.empty() && rate <= params.modes_Hz.back()) {
+                document.Fail(modes[i], indexed(path, i),
+                              "the rates must be listed in ascending order, each once");
+            }
+            params.modes_Hz.push_back(rate);
+        }
+    }
+    if (params.mode == DisplayMode::Modes && params.modes_Hz.empty()) {
+        document.Fail(display.Has("modes_hz") ? display.Member("modes_hz") : value,
+                      display.PathOf("modes_hz"), "a \"modes\" panel needs at least one rate");
+    }
+    return params;
+}
+
 DeviceParams readDevice(const JsonDocument& document, const Json::Value& value) {
     ObjectReader device(
         document, value, "device",
@@ -403,6 +443,18 @@ void addCommands(const std::vector<std::string>& commands, Scenario& scenario) {
 
 }  // namespace
 
+const char* DisplayParams::ModeName(DisplayMode mode) {
+    switch (mode) {
+        case DisplayMode::Fixed:
+            return "fixed";
+        case DisplayMode::Vrr:
+            return "vrr";
+        case DisplayMode::Modes:
+            return "modes";
+    }
+    return "fixed";
+}
+
 std::string FaultEvent::Detail() const {
     static const char* const kSensorModes[] = {"nan", "stuck", "spike"};
     static const char* const kNodeModes[] = {"read_only", "missing", "rewritten"};
@@ -446,7 +498,7 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     const Json::Value& root = document.Root();
     ObjectReader top(document, root, "",
                      {"name", "description", "duration_s", "seed", "refresh_rate_hz", "host_tick",
-                      "game", "device", "events", "config", "pacing"});
+                      "display", "game", "device", "events", "config", "pacing"});
     Scenario scenario;
     scenario.sourceName = sourceName;
     scenario.name = top.String("name", fallbackName);
@@ -461,6 +513,9 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     } else if (pacing != "quota") {
         document.Fail(top.Member("pacing"), "pacing", "expected \"quota\" or \"deadline\"");
     }
+    static const Json::Value kNoFields(Json::objectValue);
+    scenario.display = readDisplay(document, top.Has("display") ? top.Member("display") : kNoFields,
+                                   scenario.refreshRate_Hz);
     if (top.Has("host_tick")) {
         const Json::Value& tick = top.Member("host_tick");
         if (tick.isString() && tick.asString() == "frame") {

@@ -55,6 +55,27 @@ struct DeviceParams {
     GovernorParams governor;
 };
 
+// The panel the frames are shown on. A buffer ready `latchMargin_ms` before a refresh is latched
+// at it and reaches the glass `compositionDelay_ms` later; a later one waits for the next refresh
+// while the previous image stays. The game cannot start a frame while every buffer is queued or
+// on screen.
+enum class DisplayMode {
+    Fixed,  // every refresh at the scenario's refresh rate
+    Vrr,    // a ready frame at once, between one period of the top rate and one of vrrMin_Hz
+    Modes,  // the lowest listed rate that is a whole multiple of the rate held, else the top one
+};
+
+struct DisplayParams {
+    DisplayMode mode = DisplayMode::Fixed;
+    int buffers = 3;
+    double latchMargin_ms = 1.0;
+    double compositionDelay_ms = 1000.0 / 60;  // a scenario's default: one period of its top rate
+    double vrrMin_Hz = 30.0;                   // or the top rate when that is lower
+    std::vector<int> modes_Hz;  // ascending, each at most the scenario's refresh rate
+
+    static const char* ModeName(DisplayMode mode);
+};
+
 enum class EventType { Pause, Resume, Settings };
 
 struct ScenarioEvent {
@@ -103,7 +124,8 @@ struct Scenario {
     std::string sourceName;  // the file, or "<default scenario>"
     double duration_s = 0.0;
     std::uint64_t seed = 1;
-    int refreshRate_Hz = 60;
+    int refreshRate_Hz = 60;  // the panel's highest
+    DisplayParams display;
     // The host ticks the FPS manager either at a fixed period or once per frame (then with
     // the OFPS of the last second); the timeline has a row per tick, or per second.
     bool tickEveryFrame = false;

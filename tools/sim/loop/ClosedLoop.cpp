@@ -8,6 +8,7 @@
 #include "tools/sim/loop/Session.h"
 #include "tools/sim/loop/Simulation.h"
 #include "tools/sim/model/DeviceModel.h"
+#include "tools/sim/model/Display.h"
 #include "tools/sim/model/Faults.h"
 #include "tools/sim/model/GameModel.h"
 
@@ -44,7 +45,10 @@ class ClosedLoop {
           minFramePeriod_ns(MillisecondsToNs(game.MinFramePeriodMs())),
           capFps(GameModel::CapFps(scenario_.game, scenario_.refreshRate_Hz)),
           faults(scenario_, session.Nodes()),
-          rows(options_, session, &device, row_ns, result) {
+          rows(options_, session, &device, row_ns, result),
+          display(scenario_.display, scenario_.refreshRate_Hz,
+                  [this](const ShownFrame& shown) { onShown(shown); }) {
+        result.shown = ShownFrames(1000.0 / scenario.refreshRate_Hz);
         session.Trace().SetHostAtFrameRate(scenario.tickEveryFrame);
         if (options.policy.kind == PolicyKind::Fixed) target = options.policy.fixedFps;
         createPacer();
@@ -77,7 +81,12 @@ class ClosedLoop {
     }
 
   private:
-    std::int64_t frame(std::int64_t start) {
+    // A frame from the end of the one before it: the game waits for a free buffer, works,
+    // sleeps as the pacer says, and queues its buffer at the end.
+    std::int64_t frame(std::int64_t previousEnd) {
+        const std::int64_t start = dequeue(previousEnd);
+        if (start >= duration_ns) return duration_ns;
+        display.HoldRate(heldFps());
         session.BeginFrame(target, scenario.refreshRate_Hz);
         const double nominalWork_ms = game.NextWorkMs(NsToSeconds(start));
         const double work_ms = nominalWork_ms / device.Clock();
@@ -94,8 +103,9 @@ class ClosedLoop {
         if (end > duration_ns) return duration_ns;
 
         session.EndFrame();
+        display.Queue(start, end);
         faults.OnFrame();
-        const auto length_ms = static_cast<float>(static_cast<double>(end - start) / 1e6);
+        const auto length_ms = static_cast<float>(static_cast<double>(end - previousEnd) / 1e6);
         rows.AddFrame(length_ms, length_ms > kJankFactor * 1000.0 / heldFps());
         result.frames.Add(length_ms);
         periodWork_ms += work_ms;
@@ -104,10 +114,33 @@ class ClosedLoop {
         return end;
     }
 
+    // The time the game gets a buffer to draw into, the clock moved there.
+    std::int64_t dequeue(std::int64_t from) {
+        std::int64_t now = from;
+        while (!display.CanDequeue()) {
+            now = std::max(now, display.NextLatch_ns());
+            advance(std::min(now, duration_ns));
+            if (now >= duration_ns) return duration_ns;
+        }
+        return now;
+    }
+
+    void onShown(const ShownFrame& shown) {
+        std::optional<double> interval_ms;
+        if (lastGlass_ns) interval_ms = static_cast<double>(shown.glass_ns - *lastGlass_ns) / 1e6;
+        lastGlass_ns = shown.glass_ns;
+        const double running_s = NsToSeconds(shown.latched_ns - paused_ns);
+        result.shown.Add(interval_ms, static_cast<double>(shown.glass_ns - shown.start_ns) / 1e6,
+                         running_s);
+        rows.AddShown(interval_ms);
+    }
+
     // The game is in the background: no frames and no ticks of the manager until it resumes,
     // while the device cools and settings may still arrive.
     std::int64_t sitOutPause(std::int64_t start, size_t& nextEvent) {
         session.PauseGame();
+        display.Release();
+        lastGlass_ns.reset();
         paused = true;
         readTarget(start);
         releaseHeldRows(sensors.Read(start, 0.0, paused));
@@ -151,6 +184,7 @@ class ClosedLoop {
                 continue;
             }
             if (row > time) break;
+            display.AdvanceTo(nextRow_ns);
             session.AdvanceClock(nextRow_ns);
             if (!scenario.tickEveryFrame) {
                 periodicTick(nextRow_ns);
@@ -162,6 +196,7 @@ class ClosedLoop {
             }
             nextRow_ns += row_ns;
         }
+        display.AdvanceTo(time);
         session.AdvanceClock(time);
     }
 
@@ -243,6 +278,7 @@ class ClosedLoop {
         now.temperature_C = readings.temperature_C;
         now.current_mA = readings.current_mA;
         now.heldFps = paused ? 0 : heldFps();
+        now.rateHeld = !paused && heldFps() < capFps;
         now.node = node;
         return now;
     }
@@ -283,6 +319,8 @@ class ClosedLoop {
     const int capFps;  // the game's own cap, or the screen's rate when that is lower
     FaultInjector faults;
     RowBuilder rows;
+    Display display;
+    std::optional<std::int64_t> lastGlass_ns;
 
     bool paused = false;
     std::int64_t paused_ns = 0;

@@ -19,6 +19,11 @@ void RowBuilder::AddFrame(float length_ms, bool jank) {
     if (jank) ++stretch.jankFrames;
 }
 
+void RowBuilder::AddShown(std::optional<double> interval_ms) {
+    ++stretch.shownFrames;
+    if (interval_ms) stretch.shownIntervals_ms.push_back(static_cast<float>(*interval_ms));
+}
+
 void RowBuilder::CountTick(int sfps) {
     ++result.hostTicks;
     if (IsExploringSfps(sfps)) {
@@ -36,6 +41,8 @@ TimelineRow RowBuilder::rowOf(Stretch stretch, int ofps, std::optional<int> efps
     row.exploringTicks = stretch.exploringTicks;
     row.exploringSfps = stretch.exploringSfps;
     row.jankFrames = stretch.jankFrames;
+    row.shownFrames = stretch.shownFrames;
+    row.shownIntervals_ms = std::move(stretch.shownIntervals_ms);
     return row;
 }
 
@@ -70,6 +77,7 @@ void RowBuilder::Emit(TimelineRow row, const RowMoment& moment) {
     row.node = moment.node;
     row.interval_s = interval_s;
     row.heldFps = moment.heldFps;
+    row.rateHeld = moment.rateHeld;
     const DeciderBounds& bounds = session.Bounds();
     row.lowerBound_C = bounds.temperatureLower_C;
     row.upperBound_C = bounds.temperatureUpper_C;

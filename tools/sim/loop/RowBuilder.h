@@ -20,6 +20,7 @@ struct RowMoment {
     double temperature_C = 0.0;  // the readings handed to the library
     double current_mA = 0.0;
     int heldFps = 0;
+    bool rateHeld = false;
     std::string node;
 };
 
@@ -33,12 +34,18 @@ class RowBuilder {
                std::int64_t row_ns, RunResult& result);
 
     void AddFrame(float length_ms, bool jank);
+    // A frame reached the glass; the interval since the one before it, if any.
+    void AddShown(std::optional<double> interval_ms);
     // A host tick that ran. An exploring SFPS often lasts only a few frames, so a row counts
     // the ticks that showed one instead of sampling it.
     void CountTick(int sfps);
     size_t StretchFrames() const { return stretch.frames_ms.size(); }
     // The stretch's frames are forgotten, its ticks and stutters kept for the next row.
-    void DropStretchFrames() { stretch.frames_ms.clear(); }
+    void DropStretchFrames() {
+        stretch.frames_ms.clear();
+        stretch.shownFrames = 0;
+        stretch.shownIntervals_ms.clear();
+    }
 
     // The stretch as a row now, with the host's OFPS and EFPS.
     TimelineRow TakeStretch(int ofps, std::optional<int> efps);
@@ -58,6 +65,8 @@ class RowBuilder {
         int exploringTicks = 0;
         int exploringSfps = -1;
         int jankFrames = 0;
+        int shownFrames = 0;
+        std::vector<float> shownIntervals_ms;
     };
     static TimelineRow rowOf(Stretch stretch, int ofps, std::optional<int> efps);
 

@@ -30,6 +30,7 @@ struct RunOptions {
 struct RunResult {
     std::vector<TimelineRow> rows;  // empty when they went to RunOptions::rowSink
     FrameHistogram frames;          // every frame, as the game saw it
+    ShownFrames shown;              // every frame, as the player saw it (closed loop only)
     double running_s = 0.0;         // simulated time not paused
     double simulated_s = 0.0;
     std::uint64_t hostTicks = 0;

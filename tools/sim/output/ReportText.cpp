@@ -85,6 +85,12 @@ std::string ReportJson(const Report& report) {
     for (const ReportMetric& metric : CollectMetrics(report)) {
         root[metric.key] = orNull(metric.value);
     }
+    Json::Value histogram(Json::arrayValue);
+    for (const std::uint64_t count : report.displayIntervalHistogram) {
+        histogram.append(Json::UInt64(count));
+    }
+    root["display_interval_histogram"] = histogram;
+    root["slow_session"] = report.slowSession;
 
     Json::Value floorsJson(Json::objectValue);
     for (const SfpsFloor& floor : report.effectiveSfpsFloor) {

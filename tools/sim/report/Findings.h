@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -7,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/sim/input/Scenario.h"
 #include "tools/sim/report/EffectiveFloor.h"
 
 namespace TalvexSim {
@@ -33,6 +35,21 @@ struct FindingTallies {
         std::uint64_t rows = 0;
     };
 
+    // Displayed intervals of the steady rows that hold a rate, by that rate.
+    struct Cadence {
+        std::uint64_t intervals = 0;
+        std::uint64_t onCadence = 0;
+        std::array<std::uint64_t, 6> periods{};  // 1, 2, ... 6 or more refresh periods
+    };
+    // Running rows that showed half the refresh rate or less while the game aimed higher.
+    struct Halved {
+        double seconds = 0.0;
+        double throttled_s = 0.0;  // of which with the thermal governor lowering the clock
+        std::optional<double> first_s;
+    };
+
+    std::map<int, Cadence> cadenceByRate;
+    Halved halved;
     std::uint64_t sfpsChanges = 0;
     std::map<std::pair<int, int>, std::uint64_t> sfpsReversalsByPair;  // the GFPS unchanged
     std::map<std::pair<int, int>, std::uint64_t> gfpsChangesByPair;
@@ -45,6 +62,8 @@ struct FindingContext {
     int gameCapFps = 0;
     std::optional<std::uint64_t> efpsMaxWrites;
     const std::vector<SfpsFloor>* floors = nullptr;
+    int refreshRate_Hz = 60;
+    const DisplayParams* display = nullptr;
 };
 
 // In a fixed order: an SFPS that dithers, a GFPS that flaps, a device hot with the SFPS at its

@@ -6,6 +6,16 @@ namespace TalvexSim {
 
 ReportMetrics CollectMetrics(const Report& report) {
     return {{"fps_stability", report.fpsStability, 3},
+            {"cadence_match", report.cadenceMatch, 3},
+            {"display_fps", report.displayFps, 1},
+            {"display_interval_ms_p50", report.displayIntervalP50_ms, 2},
+            {"display_interval_ms_p99", report.displayIntervalP99_ms, 2},
+            {"slow_frames_50ms_share", report.slowFrames50Share, 3},
+            {"slow_frames_34ms_share", report.slowFrames34Share, 3},
+            {"jank_per_hour", report.jankPerHour, 1},
+            {"big_jank_per_hour", report.bigJankPerHour, 1},
+            {"latency_ms_p50", report.latencyP50_ms, 1},
+            {"latency_ms_p99", report.latencyP99_ms, 1},
             {"mean_fps", report.meanFps, 1},
             {"frame_ms_p50", report.frameP50_ms, 2},
             {"frame_ms_p99", report.frameP99_ms, 2},

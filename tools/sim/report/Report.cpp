@@ -10,6 +10,12 @@ namespace {
 constexpr double kSettling_s = 10.0;  // the start of a run
 constexpr double kAroundEvent_s = 3.0;
 constexpr int kWithinFps = 1;
+constexpr double kOnCadence_ms = 2.0;
+constexpr double kSlowSessionShare = 0.25;
+
+bool onCadence(double interval_ms, double rate) {
+    return std::abs(interval_ms - 1000.0 / rate) <= kOnCadence_ms;
+}
 
 double per10Min(std::uint64_t count, double running_s) {
     return running_s > 0.0 ? static_cast<double>(count) * 600.0 / running_s : 0.0;
@@ -19,6 +25,13 @@ double per10Min(std::uint64_t count, double running_s) {
 
 void ReportBuilder::Add(const TimelineRow& row) {
     addSteady(row);
+    if (!row.paused && row.heldFps > refreshRate_Hz / 2 + kWithinFps &&
+        row.shownFrames * 2 <= refreshRate_Hz + 2 * kWithinFps && row.time_s > kSettling_s) {
+        FindingTallies::Halved& halved = tallies.halved;
+        halved.seconds += row.interval_s;
+        if (row.governorState > 0) halved.throttled_s += row.interval_s;
+        if (!halved.first_s) halved.first_s = row.time_s;
+    }
     covered_s += row.interval_s;
     energy_J += row.power_W * row.interval_s;
     if (!peak_C || row.deviceTemperature_C > *peak_C) peak_C = row.deviceTemperature_C;
@@ -55,7 +68,8 @@ void ReportBuilder::addSteady(const TimelineRow& row) {
     settle(row.time_s - kAroundEvent_s);
     if (row.paused || row.time_s <= kSettling_s) return;
     if (lastEvent_s && row.time_s - *lastEvent_s <= kAroundEvent_s) return;
-    pending.push_back({row.time_s, row.interval_s, std::abs(row.ofps - row.heldFps) <= kWithinFps});
+    pending.push_back(
+        {row.time_s, row.interval_s, row.ofps, row.heldFps, row.rateHeld, row.shownIntervals_ms});
 }
 
 // The rows just before an event are not steady after all.
@@ -69,9 +83,88 @@ void ReportBuilder::markEvent(double time_s) {
 // Rows this far back can no longer be reached by an event.
 void ReportBuilder::settle(double before_s) {
     while (!pending.empty() && pending.front().time_s < before_s) {
-        steady_s += pending.front().interval_s;
-        if (pending.front().withinOne) steadyWithin_s += pending.front().interval_s;
+        addSteadyRow(pending.front());
         pending.pop_front();
+    }
+}
+
+void ReportBuilder::addSteadyRow(const Pending& row) {
+    steady_s += row.interval_s;
+    const bool atItsRate = row.rateHeld || std::abs(row.ofps - row.heldFps) <= kWithinFps;
+    if (!row.rateHeld) {
+        // Its median rate decides, at the end, whether it holds its cap.
+        free.capFps = row.heldFps;
+        free.ofps_s[row.ofps] += row.interval_s;
+        for (const float interval : row.shownIntervals_ms) {
+            ++free.shown_us[std::llround(static_cast<double>(interval) * 1000.0)];
+        }
+    } else {
+        if (std::abs(row.ofps - row.heldFps) <= kWithinFps) steadyWithin_s += row.interval_s;
+        for (const float interval : row.shownIntervals_ms) {
+            ++steadyShown;
+            if (onCadence(interval, row.heldFps)) ++steadyShownOnCadence;
+        }
+    }
+    if (!atItsRate) return;
+    FindingTallies::Cadence& cadence = tallies.cadenceByRate[row.heldFps];
+    for (const float interval : row.shownIntervals_ms) {
+        ++cadence.intervals;
+        if (onCadence(interval, row.heldFps)) ++cadence.onCadence;
+        ++cadence.periods[std::min(PeriodsOf(interval, 1000.0 / refreshRate_Hz),
+                                   cadence.periods.size()) -
+                          1];
+    }
+}
+
+// A game that runs free is measured against its cap, or against its median rate when it does
+// not reach the cap: a steady game that cannot reach it is still steady.
+void ReportBuilder::finishSteady(Report& report) {
+    double total_s = 0.0;
+    for (const auto& [ofps, seconds] : free.ofps_s) total_s += seconds;
+    double rate = free.capFps;
+    double seen_s = 0.0;
+    for (const auto& [ofps, seconds] : free.ofps_s) {
+        seen_s += seconds;
+        if (seen_s * 2.0 >= total_s) {
+            if (ofps < free.capFps - kWithinFps) rate = ofps;
+            break;
+        }
+    }
+    double within_s = steadyWithin_s;
+    for (const auto& [ofps, seconds] : free.ofps_s) {
+        if (std::abs(ofps - rate) <= kWithinFps) within_s += seconds;
+    }
+    std::uint64_t shown = steadyShown;
+    std::uint64_t onRate = steadyShownOnCadence;
+    for (const auto& [interval_us, count] : free.shown_us) {
+        shown += count;
+        if (onCadence(static_cast<double>(interval_us) / 1000.0, rate)) onRate += count;
+    }
+    report.steady_s = steady_s;
+    if (steady_s > 0.0) report.fpsStability = within_s / steady_s;
+    if (shown > 0) report.cadenceMatch = static_cast<double>(onRate) / static_cast<double>(shown);
+}
+
+void ReportBuilder::finishShown(Report& report, const ShownFrames& shown, double running_s) const {
+    if (running_s > 0.0 && shown.Count() > 0) {
+        report.displayFps = static_cast<double>(shown.Count()) / running_s;
+        report.jankPerHour = static_cast<double>(shown.Janks()) * 3600.0 / running_s;
+        report.bigJankPerHour = static_cast<double>(shown.BigJanks()) * 3600.0 / running_s;
+    }
+    if (const std::optional<FrameStats> stats = shown.Intervals().Stats()) {
+        report.displayIntervalP50_ms = stats->p50_ms;
+        report.displayIntervalP99_ms = stats->p99_ms;
+        const auto count = static_cast<double>(shown.Intervals().Count());
+        report.slowFrames50Share = static_cast<double>(shown.SlowOver50()) / count;
+        report.slowFrames34Share = static_cast<double>(shown.SlowOver34()) / count;
+    }
+    report.displayIntervalHistogram = shown.PeriodCounts();
+    report.slowSession = shown.LaterIntervals() > 0 &&
+                         static_cast<double>(shown.LaterSlow()) >
+                             kSlowSessionShare * static_cast<double>(shown.LaterIntervals());
+    if (const std::optional<FrameStats> stats = shown.Latencies().Stats()) {
+        report.latencyP50_ms = stats->p50_ms;
+        report.latencyP99_ms = stats->p99_ms;
     }
 }
 
@@ -136,7 +229,8 @@ void ReportBuilder::addGfps(const TimelineRow& row) {
     lastGfps = row.gfps;
 }
 
-Report ReportBuilder::Finish(const ReportContext& context, const FrameHistogram& frames) {
+Report ReportBuilder::Finish(const ReportContext& context, const FrameHistogram& frames,
+                             const ShownFrames& shown) {
     settle(HUGE_VAL);
     Report report;
     report.scenario = context.scenario;
@@ -148,8 +242,8 @@ Report ReportBuilder::Finish(const ReportContext& context, const FrameHistogram&
     report.gameCapFps = context.gameCapFps;
     report.refreshRate_Hz = context.refreshRate_Hz;
 
-    report.steady_s = steady_s;
-    if (steady_s > 0.0) report.fpsStability = steadyWithin_s / steady_s;
+    finishSteady(report);
+    finishShown(report, shown, context.running_s);
     if (frames.Count() > 0 && context.running_s > 0.0) {
         report.meanFps = static_cast<double>(frames.Count()) / context.running_s;
     } else if (runningRows > 0) {
@@ -176,8 +270,9 @@ Report ReportBuilder::Finish(const ReportContext& context, const FrameHistogram&
     for (const auto& entry : tallies.ofpsByGfps) gfpsHeld.push_back(entry.first);
     report.effectiveSfpsFloor =
         EffectiveSfpsFloors(context.settings, context.refreshRate_Hz, gfpsHeld);
-    report.diagnostics = FindingsOf(tallies, {context.running_s, context.gameCapFps,
-                                              context.efpsMaxWrites, &report.effectiveSfpsFloor});
+    report.diagnostics =
+        FindingsOf(tallies, {context.running_s, context.gameCapFps, context.efpsMaxWrites,
+                             &report.effectiveSfpsFloor, context.refreshRate_Hz, &context.display});
     report.faults = context.faults;
 
     report.lowestSfps = lowestSfps;

@@ -2,10 +2,13 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <array>
 
 #include "talvex/user_settings/UserSetting.h"
 #include "tools/sim/loop/Timeline.h"
@@ -21,7 +24,16 @@ namespace TalvexSim {
 // Definitions (every policy alike):
 // - A steady row is running, ends after the first 10 s of the run, and lies more than 3 s from
 //   a pause, a resume or a change of the held rate (row.heldFps), before or after it.
-//   fps_stability is the share of steady time whose OFPS is within 1 FPS of the held rate.
+//   fps_stability is the share of steady time whose OFPS is within 1 FPS of the held rate; when
+//   nothing holds a rate and the game does not reach its cap, the held rate is the median OFPS
+//   of those steady rows. cadence_match is the share of the steady rows' displayed intervals
+//   within 2 ms of 1000 / the held rate.
+// - Displayed frames (closed loop): display_fps is frames shown per running second; intervals
+//   are present to present, never across a pause; the histogram counts them in whole periods
+//   of the panel's top rate (nearest; the last bin 6 or more). A frame is slow past 50 (34) ms;
+//   slow_session when over 25 % of the intervals after the first running minute are slow at
+//   50 ms. A jank is an interval over twice the mean of the three before it and over 84 ms
+//   (big: 125 ms), per running hour. Latency runs from the start of a frame's work to the glass.
 // - mean_fps: frames per running second (a replay, which has no frames: the mean OFPS).
 //   jank_per_min: the rows' jank frames per running minute.
 // - Temperatures are the device model's own (without the sensors' noise or faults).
@@ -45,6 +57,7 @@ struct ReportContext {
     double running_s = 0.0;
     int gameCapFps = 0;
     int refreshRate_Hz = 60;
+    DisplayParams display;
     // The setting records handed to the FPS manager, in the order it took them.
     std::vector<UserSettings::UserSetting> settings;
     std::optional<std::uint64_t> efpsMaxWrites;
@@ -78,6 +91,21 @@ struct Report {
     double sfpsChangesPer10Min = 0.0;
     double sfpsReversalsPer10Min = 0.0;
     double gfpsChangesPer10Min = 0.0;
+
+    // What the player sees.
+    std::optional<double> displayFps;  // these stay empty when no frame was shown
+    std::optional<double> displayIntervalP50_ms;
+    std::optional<double> displayIntervalP99_ms;
+    std::array<std::uint64_t, ShownFrames::kPeriodBins> displayIntervalHistogram{};
+    std::optional<double> cadenceMatch;  // nothing without a steady interval
+    std::optional<double> slowFrames50Share;
+    std::optional<double> slowFrames34Share;
+    bool slowSession = false;
+    std::optional<double> jankPerHour;
+    std::optional<double> bigJankPerHour;
+    std::optional<double> latencyP50_ms;
+    std::optional<double> latencyP99_ms;
+
     std::vector<SfpsFloor> effectiveSfpsFloor;  // ascending GFPS, each one held in the run
     std::vector<Finding> diagnostics;
     std::vector<FaultOutcome> faults;
@@ -93,23 +121,39 @@ struct Report {
 // rule looks 3 s ahead, so the rows of the last 3 s wait in a short queue.
 class ReportBuilder {
   public:
+    explicit ReportBuilder(int refreshRate_Hz_ = 60) : refreshRate_Hz(refreshRate_Hz_) {}
     void Add(const TimelineRow& row);
     // Not const: the rows still waiting for their steady verdict are settled.
-    Report Finish(const ReportContext& context, const FrameHistogram& frames);
+    Report Finish(const ReportContext& context, const FrameHistogram& frames,
+                  const ShownFrames& shown = ShownFrames());
 
   private:
     struct Pending {
         double time_s;
         double interval_s;
-        bool withinOne;
+        int ofps;
+        int heldFps;
+        bool rateHeld;
+        std::vector<float> shownIntervals_ms;
+    };
+    // Steady rows that run free, judged once their median rate is known.
+    struct FreeRows {
+        int capFps = 0;
+        std::map<int, double> ofps_s;                    // OFPS -> steady seconds
+        std::map<std::int64_t, std::uint64_t> shown_us;  // interval, to the microsecond
     };
 
+    void addSteadyRow(const Pending& row);
+    void finishSteady(Report& report);
+    void finishShown(Report& report, const ShownFrames& shown, double running_s) const;
     void addSteady(const TimelineRow& row);
     void markEvent(double time_s);
     void settle(double before_s);
     void addSfps(const TimelineRow& row);
     void addRecovery(const TimelineRow& row);
     void addGfps(const TimelineRow& row);
+
+    const int refreshRate_Hz;  // the panel's top rate
 
     // The steady rule.
     bool seenRow = false;
@@ -119,6 +163,9 @@ class ReportBuilder {
     std::deque<Pending> pending;
     double steady_s = 0.0;
     double steadyWithin_s = 0.0;
+    std::uint64_t steadyShown = 0;
+    std::uint64_t steadyShownOnCadence = 0;
+    FreeRows free;
 
     double covered_s = 0.0;
     double energy_J = 0.0;

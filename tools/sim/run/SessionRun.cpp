@@ -97,6 +97,7 @@ ReportContext reportContext(const SessionRequest& request, const RunResult& resu
                              ? GameModel::CapFps(scenario.game, scenario.refreshRate_Hz)
                              : refreshRate_Hz;
     context.refreshRate_Hz = refreshRate_Hz;
+    context.display = scenario.display;
     if (request.policy.UsesManager()) {
         context.settings = scenario.settings;
         for (const ScenarioEvent& event : scenario.events) {
@@ -132,7 +133,7 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
                                                          : request.replay->front().refreshRate_Hz;
     SessionRecord record;
     record.policy = request.policy.name;
-    ReportBuilder report;
+    ReportBuilder report(refreshRate_Hz);
     record.result = streamRun(outputs, request, prefix, report, record);
     outputs.Put(prefix + "chart.svg", chart(request, record, refreshRate_Hz));
     record.result.trace->WriteJson(
@@ -140,7 +141,8 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
         {scenario.pid, scenario.package + " (pid " + std::to_string(scenario.pid) + ")"});
     record.result.trace.reset();
     record.report =
-        report.Finish(reportContext(request, record.result, refreshRate_Hz), record.result.frames);
+        report.Finish(reportContext(request, record.result, refreshRate_Hz), record.result.frames,
+                      record.result.shown);
     outputs.Put(prefix + "report.json", ReportJson(record.report));
     outputs.Put(prefix + "report.md", ReportMarkdown(record.report));
     record.files = {"timeline.csv", "trace.json",  "chart.svg",

@@ -17,6 +17,7 @@ TimelineRow second(double time_s, int held, int ofps) {
     TimelineRow row;
     row.time_s = time_s;
     row.heldFps = held;
+    row.rateHeld = held < 60;
     row.ofps = ofps;
     row.gfps = 60;
     row.deviceTemperature_C = 35.0;
