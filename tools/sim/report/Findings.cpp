@@ -11,6 +11,11 @@ constexpr std::uint64_t kFlapChanges = 20;  // of the GFPS, between the same two
 constexpr double kLeastPer10Min = 5.0;
 // Above the upper bound with the SFPS at its floor, in all.
 constexpr double kHotAtFloor_s = 120.0;
+// Displayed intervals of a held rate before its cadence is judged (10 s at 60 FPS), and the
+// share off the cadence that a player notices.
+constexpr std::uint64_t kLeastIntervals = 600;
+constexpr double kOffCadenceShare = 0.1;
+constexpr double kLeastHalved_s = 10.0;
 
 double per10Min(std::uint64_t count, double running_s) {
     return running_s > 0.0 ? static_cast<double>(count) * 600.0 / running_s : 0.0;
@@ -158,12 +163,169 @@ std::optional<Finding> hotAtFloor(const FindingTallies& tallies,
     return finding;
 }
 
+// Whether a panel can show that rate evenly: a fixed panel when the rate divides its refresh, a
+// panel with modes when it divides one of them, a variable-refresh panel always.
+bool shownEvenly(int fps, const FindingContext& context) {
+    if (context.display == nullptr || context.display->mode == DisplayMode::Vrr) return true;
+    if (context.refreshRate_Hz % fps == 0) return true;
+    if (context.display->mode != DisplayMode::Modes) return false;
+    for (const int mode : context.display->modes_Hz) {
+        if (mode % fps == 0) return true;
+    }
+    return false;
+}
+
+struct CadenceSum {
+    std::vector<int> rates;
+    int mostShown = 0;  // the rate with the most intervals
+    std::uint64_t mostIntervals = 0;
+    std::uint64_t intervals = 0;
+    std::uint64_t onCadence = 0;
+    std::array<std::uint64_t, 6> periods{};
+
+    double OffShare() const {
+        return 1.0 - static_cast<double>(onCadence) / static_cast<double>(intervals);
+    }
+    double PeriodShare(size_t periods_) const {
+        return static_cast<double>(periods[periods_ - 1]) / static_cast<double>(intervals);
+    }
+    // "1 and 2 refresh periods (67 % / 33 %)": the bins that carry at least 5 %.
+    std::string Pattern() const {
+        std::string bins;
+        std::string shares;
+        for (size_t i = 1; i <= periods.size(); ++i) {
+            if (PeriodShare(i) < 0.05) continue;
+            bins += (bins.empty() ? "" : " and ") + std::to_string(i) + (i == 6 ? "+" : "");
+            shares += (shares.empty() ? "" : " / ") + Fixed(PeriodShare(i) * 100.0, 0) + " %";
+        }
+        return bins + " refresh periods (" + shares + ")";
+    }
+};
+
+// The held rates, of one kind, whose displayed intervals missed their cadence often.
+CadenceSum offCadence(const FindingTallies& tallies, const FindingContext& context, bool even) {
+    CadenceSum sum;
+    for (const auto& [fps, cadence] : tallies.cadenceByRate) {
+        if (fps <= 0 || cadence.intervals < kLeastIntervals || shownEvenly(fps, context) != even) {
+            continue;
+        }
+        const double off =
+            1.0 - static_cast<double>(cadence.onCadence) / static_cast<double>(cadence.intervals);
+        if (off < kOffCadenceShare) continue;
+        sum.rates.push_back(fps);
+        if (cadence.intervals > sum.mostIntervals) {
+            sum.mostShown = fps;
+            sum.mostIntervals = cadence.intervals;
+        }
+        sum.intervals += cadence.intervals;
+        sum.onCadence += cadence.onCadence;
+        for (size_t i = 0; i < sum.periods.size(); ++i) sum.periods[i] += cadence.periods[i];
+    }
+    return sum;
+}
+
+std::string rateList(const std::vector<int>& rates) {
+    std::string text;
+    for (size_t i = 0; i < rates.size(); ++i) {
+        text += (i == 0 ? "" : i + 1 == rates.size() ? " and " : ", ") + std::to_string(rates[i]);
+    }
+    return text;
+}
+
+// Rates of at least 15 FPS that a fixed panel of that rate shows evenly, highest first.
+std::string evenRates(int refreshRate_Hz) {
+    std::vector<int> rates;
+    for (int fps = refreshRate_Hz; fps >= 15; --fps) {
+        if (refreshRate_Hz % fps == 0) rates.push_back(fps);
+    }
+    return rateList(rates);
+}
+
+std::optional<Finding> judder(const FindingTallies& tallies, const FindingContext& context) {
+    const CadenceSum sum = offCadence(tallies, context, false);
+    if (sum.rates.empty()) return std::nullopt;
+    const std::string panel = std::to_string(context.refreshRate_Hz) + " Hz panel";
+    const double off = sum.OffShare() * 100.0;
+    const int most = sum.mostShown;
+    std::string text = "The held rate judders on this " + panel + ": at " + rateList(sum.rates) +
+                       " FPS, " + Fixed(off, 0) + " % of the displayed intervals are off the " +
+                       "cadence (more than 2 ms from the held period), shown as " + sum.Pattern() +
+                       " instead of one even interval. Rates that divide the refresh rate (" +
+                       evenRates(context.refreshRate_Hz) +
+                       ") are shown evenly; so is this rate on a panel mode that is a multiple "
+                       "of it (" +
+                       std::to_string(2 * most) + " Hz for " + std::to_string(most) +
+                       ") or on a variable-refresh panel.";
+    Finding finding{"display_judder",
+                    rateList(sum.rates) + " FPS judder on the " + panel + ": " + Fixed(off, 0) +
+                        " % of intervals off the cadence",
+                    text,
+                    {{"off_cadence_share", sum.OffShare()},
+                     {"intervals", static_cast<double>(sum.intervals)},
+                     {"lowest_rate", sum.rates.front()},
+                     {"highest_rate", sum.rates.back()},
+                     {"one_period_share", sum.PeriodShare(1)},
+                     {"two_periods_share", sum.PeriodShare(2)}}};
+    return finding;
+}
+
+// A rate the panel could show evenly whose frames land one refresh early or late.
+std::optional<Finding> alternation(const FindingTallies& tallies, const FindingContext& context) {
+    const CadenceSum sum = offCadence(tallies, context, true);
+    if (sum.rates.empty()) return std::nullopt;
+    const double off = sum.OffShare() * 100.0;
+    const std::string text =
+        "Pacing alternates around a latch deadline at " + rateList(sum.rates) +
+        " FPS: the rate divides the refresh, yet " + Fixed(off, 0) +
+        " % of the displayed intervals are off the cadence, shown as " + sum.Pattern() +
+        ". The frames end close to the moment the compositor takes a buffer, so one is taken at "
+        "its refresh and the next a refresh late. Waking each frame against the display's "
+        "vsync, with the latch margin to spare, keeps them on one side.";
+    return Finding{"pacing_alternates",
+                   "pacing alternates at " + rateList(sum.rates) + " FPS: " + Fixed(off, 0) +
+                       " % of intervals a refresh early or late",
+                   text,
+                   {{"off_cadence_share", sum.OffShare()},
+                    {"intervals", static_cast<double>(sum.intervals)},
+                    {"lowest_rate", sum.rates.front()},
+                    {"highest_rate", sum.rates.back()}}};
+}
+
+std::optional<Finding> halved(const FindingTallies& tallies, const FindingContext& context) {
+    const FindingTallies::Halved& halved = tallies.halved;
+    if (halved.seconds < kLeastHalved_s) return std::nullopt;
+    const int half = context.refreshRate_Hz / 2;
+    std::string why = "frames that took longer than a refresh period waited for the next one";
+    if (context.display != nullptr && context.display->buffers == 2) {
+        why += ", and with two buffers the game cannot start the next frame meanwhile";
+    }
+    const std::string governor =
+        halved.throttled_s > 0.0
+            ? "; " + minutes(halved.throttled_s) +
+                  " of it after the thermal governor lowered the clock, so that frames that fit "
+                  "their period before no longer did"
+            : "";
+    const std::string text = "The displayed rate fell to half the refresh or less (" +
+                             std::to_string(half) + " FPS or fewer on the " +
+                             std::to_string(context.refreshRate_Hz) +
+                             " Hz panel) while the game aimed higher, for " +
+                             minutes(halved.seconds) + " from " + Fixed(*halved.first_s, 0) +
+                             " s: " + why + governor + ".";
+    return Finding{"display_halved",
+                   "displayed rate at half the refresh or less for " + minutes(halved.seconds),
+                   text,
+                   {{"halved_s", halved.seconds},
+                    {"halved_while_throttled_s", halved.throttled_s},
+                    {"first_halved_s", *halved.first_s}}};
+}
+
 }  // namespace
 
 std::vector<Finding> FindingsOf(const FindingTallies& tallies, const FindingContext& context) {
     std::vector<Finding> found;
     for (auto finding : {sfpsDither(tallies, context.running_s), gfpsFlapping(tallies, context),
-                         hotAtFloor(tallies, *context.floors)}) {
+                         hotAtFloor(tallies, *context.floors), judder(tallies, context),
+                         halved(tallies, context), alternation(tallies, context)}) {
         if (finding) found.push_back(std::move(*finding));
     }
     return found;
