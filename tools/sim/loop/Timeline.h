@@ -93,10 +93,10 @@ struct TimelineRow {
     int gfps = -1;
     int sfps = -1;  // reported, with its sign
     std::string node;
-    int exploringTicks = 0;            // host ticks of this row with an exploring SFPS
-    int exploringSfps = -1;            // the last such SFPS, for the chart
-    std::optional<FrameStats> frames;  // of the frames that ended in this tick
-    int shownFrames = 0;               // frames that reached the glass in this tick
+    int exploringTicks = 0;                // host ticks of this row with an exploring SFPS
+    int exploringSfps = -1;                // the last such SFPS, for the chart
+    std::optional<FrameStats> frames;      // of the frames that ended in this tick
+    int shownFrames = 0;                   // frames that reached the glass in this tick
     std::vector<float> shownIntervals_ms;  // their present-to-present intervals
 
     // What the report needs besides what the library saw.

@@ -305,12 +305,11 @@ std::optional<Finding> halved(const FindingTallies& tallies, const FindingContex
                   " of it after the thermal governor lowered the clock, so that frames that fit "
                   "their period before no longer did"
             : "";
-    const std::string text = "The displayed rate fell to half the refresh or less (" +
-                             std::to_string(half) + " FPS or fewer on the " +
-                             std::to_string(context.refreshRate_Hz) +
-                             " Hz panel) while the game aimed higher, for " +
-                             minutes(halved.seconds) + " from " + Fixed(*halved.first_s, 0) +
-                             " s: " + why + governor + ".";
+    const std::string text =
+        "The displayed rate fell to half the refresh or less (" + std::to_string(half) +
+        " FPS or fewer on the " + std::to_string(context.refreshRate_Hz) +
+        " Hz panel) while the game aimed higher, for " + minutes(halved.seconds) + " from " +
+        Fixed(*halved.first_s, 0) + " s: " + why + governor + ".";
     return Finding{"display_halved",
                    "displayed rate at half the refresh or less for " + minutes(halved.seconds),
                    text,

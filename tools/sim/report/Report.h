@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -7,8 +8,6 @@
 #include <string>
 #include <utility>
 #include <vector>
-
-#include <array>
 
 #include "talvex/user_settings/UserSetting.h"
 #include "tools/sim/loop/Timeline.h"

@@ -140,9 +140,8 @@ SessionRecord RunSession(OutputSet& outputs, const SessionRequest& request) {
         outputs.Stream(prefix + "trace.json"),
         {scenario.pid, scenario.package + " (pid " + std::to_string(scenario.pid) + ")"});
     record.result.trace.reset();
-    record.report =
-        report.Finish(reportContext(request, record.result, refreshRate_Hz), record.result.frames,
-                      record.result.shown);
+    record.report = report.Finish(reportContext(request, record.result, refreshRate_Hz),
+                                  record.result.frames, record.result.shown);
     outputs.Put(prefix + "report.json", ReportJson(record.report));
     outputs.Put(prefix + "report.md", ReportMarkdown(record.report));
     record.files = {"timeline.csv", "trace.json",  "chart.svg",

@@ -68,6 +68,29 @@ TEST(ReportTest, StabilitySkipsTheStartAndThreeSecondsAroundEveryEvent) {
     EXPECT_FALSE(ReportBuilder().Finish(context(0), FrameHistogram()).fpsStability.has_value());
 }
 
+TEST(ReportTest, AGameRunningFreeBelowItsCapIsJudgedAgainstItsMedianRate) {
+    // Nothing holds a rate; the game reaches 44 or 45 of its 60, and once 30.
+    ReportBuilder slow;
+    ReportBuilder atCap;
+    for (int t = 1; t <= 40; ++t) {
+        const int ofps = t == 25 ? 30 : 44 + t % 2;
+        TimelineRow row = second(t, 60, ofps);
+        row.shownIntervals_ms.assign(static_cast<size_t>(ofps), 1000.0f / static_cast<float>(ofps));
+        slow.Add(row);
+        TimelineRow fast = second(t, 60, t == 25 ? 30 : 60);
+        fast.shownIntervals_ms.assign(60, 1000.0f / 60.0f);
+        atCap.Add(fast);
+    }
+    const Report report = slow.Finish(context(40), FrameHistogram());
+    ASSERT_TRUE(report.fpsStability.has_value());
+    // Steady: 11-40; the median is 44 or 45, and every second but 25 is within one of it.
+    EXPECT_DOUBLE_EQ(*report.fpsStability, 29.0 / 30.0);
+    ASSERT_TRUE(report.cadenceMatch.has_value());
+    EXPECT_GT(*report.cadenceMatch, 0.95);
+    // A game that reaches its cap is judged against the cap.
+    EXPECT_DOUBLE_EQ(*atCap.Finish(context(40), FrameHistogram()).fpsStability, 29.0 / 30.0);
+}
+
 TEST(ReportTest, SfpsReversalsBetweenTwoValuesAreADither) {
     ReportBuilder builder;
     std::vector<int> sfps = {-1, 50, 49, 48, 47};
