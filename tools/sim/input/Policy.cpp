@@ -21,6 +21,8 @@ Policy ParsePolicy(const std::string& text) {
     } else if (text == "talvex+deadline") {
         policy.kind = PolicyKind::Library;
         policy.pacing = android::Nimbrel::Quillet::PacingPolicy::Deadline;
+    } else if (text == "swap-interval") {
+        policy.kind = PolicyKind::SwapInterval;
     } else if (text == "governor") {
         policy.kind = PolicyKind::Governor;
     } else if (text == "none") {
@@ -40,13 +42,16 @@ Policy ParsePolicy(const std::string& text) {
         policy.fixedFps = static_cast<int>(fps);
     } else {
         throw std::invalid_argument(
-            "'" + text + "' is not a policy (talvex, talvex+deadline, governor, fixed:N, none)");
+            "'" + text + "' is not a policy (talvex, talvex+deadline, swap-interval, governor, fixed:N, none)");
     }
     return policy;
 }
 
 std::vector<Policy> ParsePolicyList(const std::string& text) {
-    if (text.empty()) return {ParsePolicy("talvex"), ParsePolicy("governor"), ParsePolicy("none")};
+    if (text.empty()) {
+        return {ParsePolicy("talvex"), ParsePolicy("swap-interval"), ParsePolicy("governor"),
+                ParsePolicy("none")};
+    }
     std::vector<Policy> policies;
     size_t start = 0;
     while (true) {

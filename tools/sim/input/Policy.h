@@ -14,6 +14,8 @@ enum class PolicyKind {
     Library,   // "talvex": the FPS manager decides, the pacing object holds its SFPS;
                // "talvex+deadline" paces to deadlines instead of the frame quota
     Governor,  // "governor": no library, the game at its own cap
+    SwapInterval,  // "swap-interval": no library, the game paced to whole refresh periods as
+                   // Android's frame pacing library paces it
     Fixed,     // "fixed:N": the pacing object held at N throughout, no FPS manager
     None,      // "none": neither the library nor the governor, the thermal worst case
 };
@@ -31,7 +33,7 @@ struct Policy {
 
 // Throws std::invalid_argument with a message naming the faulty item.
 Policy ParsePolicy(const std::string& text);
-// A comma-separated list; an empty text gives talvex, governor and none.
+// A comma-separated list; an empty text gives talvex, swap-interval, governor and none.
 std::vector<Policy> ParsePolicyList(const std::string& text);
 
 }  // namespace TalvexSim

@@ -11,6 +11,7 @@
 #include "tools/sim/model/Display.h"
 #include "tools/sim/model/Faults.h"
 #include "tools/sim/model/GameModel.h"
+#include "tools/sim/model/SwapInterval.h"
 
 namespace TalvexSim {
 namespace {
@@ -50,6 +51,10 @@ class ClosedLoop {
                   [this](const ShownFrame& shown) { onShown(shown); }) {
         result.shown = ShownFrames(1000.0 / scenario.refreshRate_Hz);
         session.Trace().SetHostAtFrameRate(scenario.tickEveryFrame);
+        if (options.policy.kind == PolicyKind::SwapInterval) {
+            // The pacer takes over the game's own cap as the shortest swap it allows.
+            swapPacer.emplace(display.Period_ns(), minFramePeriod_ns);
+        }
         if (options.policy.kind == PolicyKind::Fixed) target = options.policy.fixedFps;
         createPacer();
     }
@@ -91,6 +96,10 @@ class ClosedLoop {
         const double nominalWork_ms = game.NextWorkMs(NsToSeconds(start));
         const double work_ms = nominalWork_ms / device.Clock();
         const std::int64_t workDone = start + MillisecondsToNs(work_ms);
+        // The refresh a swap-interval pacer aims this frame at, counted from the last one.
+        const std::int64_t swapTarget =
+            swapPacer ? display.LastRefresh_ns() + swapPacer->HeldInterval() * display.Period_ns()
+                      : 0;
         advance(workDone);
 
         const float sleep_ms = session.SleepMs();
@@ -98,12 +107,14 @@ class ClosedLoop {
             sleep_ms > 0.0f ? MillisecondsToNs(sleep_ms + sleepRandom.Uniform(kLeastOversleep_ms,
                                                                               kMostOversleep_ms))
                             : 0;
-        const std::int64_t end = std::max(workDone + slept, start + minFramePeriod_ns);
+        std::int64_t end = std::max(workDone + slept, start + minFramePeriod_ns);
+        if (swapPacer) end = swapPacer->Pacing() ? std::max(workDone, swapTarget) : workDone;
         advance(std::min(end, duration_ns));
         if (end > duration_ns) return duration_ns;
 
         session.EndFrame();
         display.Queue(start, end);
+        if (swapPacer) swapPacer->AddFrame(end, work_ms, workDone > swapTarget);
         faults.OnFrame();
         const auto length_ms = static_cast<float>(static_cast<double>(end - previousEnd) / 1e6);
         rows.AddFrame(length_ms, length_ms > kJankFactor * 1000.0 / heldFps());
@@ -301,6 +312,9 @@ class ClosedLoop {
         if (session.Pacing() && target >= kLeastHeldTarget) {
             return std::min({target, scenario.refreshRate_Hz, capFps});
         }
+        if (swapPacer && swapPacer->SwapInterval() > 1) {
+            return std::min(display.Rate_Hz() / swapPacer->SwapInterval(), capFps);
+        }
         return capFps;
     }
 
@@ -321,6 +335,7 @@ class ClosedLoop {
     RowBuilder rows;
     Display display;
     std::optional<std::int64_t> lastGlass_ns;
+    std::optional<SwapIntervalPacer> swapPacer;
 
     bool paused = false;
     std::int64_t paused_ns = 0;

@@ -37,7 +37,9 @@ class Display {
     // The game goes to the background: its queue and the image on screen are let go.
     void Release();
 
+    // The period in force and the last refresh, up to the time the panel was advanced to.
     std::int64_t Period_ns() const { return period_ns; }
+    std::int64_t LastRefresh_ns() const { return lastRefresh_ns; }
     int Rate_Hz() const { return rate_Hz; }
 
   private:
