@@ -30,9 +30,9 @@ namespace {
 
 constexpr const char kUsage[] =
     "Usage: talvex-sim [OPTIONS] [SCENARIO.json]\n"
-    "       talvex-sim sweep [SCENARIO.json] --vary CATEGORY,KEY=V1|V2|... [--vary ...]\n"
-    "                  [--policy P] [--jobs N] [--objective EXPR] [--timeout S]\n"
-    "                  [--plan FILE] [--out DIR] [--no-progress]\n"
+    "       talvex-sim sweep [SCENARIO.json] --vary CATEGORY,KEY=V1|V2|...[;...]\n"
+    "                  [--vary ...] [--policy P] [--jobs N] [--objective EXPR]\n"
+    "                  [--timeout S] [--plan FILE] [--out DIR] [--no-progress]\n"
     "       talvex-sim merge SWEEP_DIR... [--out DIR]\n"
     "\n"
     "Runs a game session through both halves of Talvex on virtual time and writes\n"
@@ -66,7 +66,8 @@ constexpr const char kUsage[] =
     "  -h, --help           this text\n"
     "\n"
     "\n"
-    "sweep runs the scenario once per combination of the --vary values, each with the\n"
+    "sweep runs the scenario once per combination of the --vary values (settings joined\n"
+    "by ';' in one --vary take their values in step, lists of one length), each with the\n"
     "scenario's settings and then its own records, in --jobs worker processes (default:\n"
     "one per core), each stopped after --timeout seconds. Into <out>/sweep/ (out/<scenario>\n"
     "by default) it writes sweep.csv, sweep.md, pareto.svg, the runs' folders, and\n"

@@ -65,9 +65,10 @@ void readRun(const std::string& folder, const SweepDefinition& definition,
 }
 
 std::string settingsText(const SweepResult& result, const SweepRow& row) {
+    const std::vector<SweepSetting> settings = AxisSettings(result.definition.axes);
     std::string text;
     for (size_t i = 0; i < row.values.size(); ++i) {
-        text += (i == 0 ? "" : ", ") + result.definition.axes[i].key + " " + row.values[i];
+        text += (i == 0 ? "" : ", ") + settings[i].key + " " + row.values[i];
     }
     return text;
 }
@@ -93,11 +94,12 @@ std::vector<std::string> shownMetrics(const Objective& objective) {
 std::string table(const SweepResult& result, const std::vector<size_t>& rows,
                   const std::string& first, const std::function<std::string(size_t)>& firstCell) {
     const std::vector<std::string> metrics = shownMetrics(result.objective);
+    const std::vector<SweepSetting> settings = AxisSettings(result.definition.axes);
     std::string md = "| " + first + " | run |";
-    for (const SweepAxis& axis : result.definition.axes) md += " " + axis.key + " |";
+    for (const SweepSetting& setting : settings) md += " " + setting.key + " |";
     for (const std::string& name : metrics) md += " `" + name + "` |";
     md += "\n|---|---:|";
-    for (size_t i = 0; i < result.definition.axes.size(); ++i) md += "---|";
+    for (size_t i = 0; i < settings.size(); ++i) md += "---|";
     for (size_t i = 0; i < metrics.size(); ++i) md += "---:|";
     md += '\n';
     for (size_t k = 0; k < rows.size(); ++k) {
@@ -115,7 +117,9 @@ std::string table(const SweepResult& result, const std::vector<size_t>& rows,
 std::string sweepCsv(const SweepResult& result) {
     const std::vector<std::string> metrics = ReportMetricNames();
     std::string csv = "run";
-    for (const SweepAxis& axis : result.definition.axes) csv += "," + CsvCell(axis.Column());
+    for (const SweepSetting& setting : AxisSettings(result.definition.axes)) {
+        csv += "," + CsvCell(setting.Column());
+    }
     csv += ",status";
     for (const std::string& name : metrics) csv += "," + name;
     csv += '\n';

@@ -12,7 +12,7 @@ namespace TalvexSim {
 
 struct SweepRow {
     size_t run = 0;                   // from 1
-    std::vector<std::string> values;  // one per axis
+    std::vector<std::string> values;  // one per setting
     std::string status;               // ok, refused, failed, or missing (no run.json found)
     std::string message;              // why it is not ok
     MetricValues metrics;             // ok rows only

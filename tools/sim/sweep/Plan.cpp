@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "tools/sim/base/InputError.h"
 #include "tools/sim/base/Text.h"
@@ -24,34 +25,94 @@ std::vector<std::string> split(const std::string& text, char separator) {
     return pieces;
 }
 
-}  // namespace
-
-std::string SweepAxis::Text() const {
-    std::string text = category + "," + key + "=";
-    for (size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : "|") + values[i];
-    return text;
-}
-
-SweepAxis ParseAxis(const std::string& text) {
+// One "category,key=v1|v2|..." of an axis; its values are checked with the axis's runs.
+SweepSetting parseSetting(const std::string& text) {
     const size_t equals = text.find('=');
     const std::vector<std::string> names = split(text.substr(0, equals), ',');
     if (equals == std::string::npos || names.size() != 2 || names[0].empty() || names[1].empty()) {
         throw std::invalid_argument("'" + text + "' is not CATEGORY,KEY=VALUE|VALUE|...");
     }
-    SweepAxis axis{names[0], names[1], {}};
     const std::string values = text.substr(equals + 1);
     if (values.empty()) throw std::invalid_argument("'" + text + "' lists no values");
-    for (const std::string& value : split(values, '|')) {
-        if (value.empty() || value.find(',') != std::string::npos) {
-            throw std::invalid_argument("'" + text + "': '" + value +
-                                        "' is not a value (empty, or holding a comma)");
+    return SweepSetting{names[0], names[1], split(values, '|')};
+}
+
+// The values run `i` of the axis gives its settings, as the user reads them.
+std::string runValues(const SweepAxis& axis, size_t i) {
+    std::string text;
+    for (const SweepSetting& setting : axis.settings) {
+        text += (text.empty() ? "" : ", ") + setting.values[i];
+    }
+    return text;
+}
+
+void refuseUnevenLengths(const SweepAxis& axis, const std::string& text) {
+    const SweepSetting& first = axis.settings.front();
+    for (const SweepSetting& other : axis.settings) {
+        if (other.values.size() != first.values.size()) {
+            throw std::invalid_argument("'" + text + "': " + first.Column() + " lists " +
+                                        std::to_string(first.values.size()) + " values and " +
+                                        other.Column() + " " + std::to_string(other.values.size()) +
+                                        "; settings that vary together need as "
+                                        "many values each");
         }
-        if (std::find(axis.values.begin(), axis.values.end(), value) != axis.values.end()) {
-            throw std::invalid_argument("'" + text + "' lists '" + value + "' twice");
+    }
+}
+
+}  // namespace
+
+std::string SweepSetting::Text() const {
+    std::string text = category + "," + key + "=";
+    for (size_t i = 0; i < values.size(); ++i) text += (i == 0 ? "" : "|") + values[i];
+    return text;
+}
+
+std::string SweepAxis::Text() const {
+    std::string text;
+    for (const SweepSetting& setting : settings) text += (text.empty() ? "" : ";") + setting.Text();
+    return text;
+}
+
+SweepAxis ParseAxis(const std::string& text) {
+    SweepAxis axis;
+    for (const std::string& part : split(text, ';')) axis.settings.push_back(parseSetting(part));
+    refuseUnevenLengths(axis, text);
+    RefuseRepeatedSettings({axis});
+    // A value may repeat in a group, where a setting can keep its value while another changes;
+    // a run may not. Values have no commas, so equal texts are equal runs.
+    std::set<std::string> runs;
+    for (size_t i = 0; i < axis.Size(); ++i) {
+        for (const SweepSetting& setting : axis.settings) {
+            const std::string& value = setting.values[i];
+            if (value.empty() || value.find(',') != std::string::npos) {
+                throw std::invalid_argument("'" + setting.Text() + "': '" + value +
+                                            "' is not a value (empty, or holding a comma)");
+            }
         }
-        axis.values.push_back(value);
+        if (!runs.insert(runValues(axis, i)).second) {
+            throw std::invalid_argument("'" + text + "' lists '" + runValues(axis, i) + "' twice");
+        }
     }
     return axis;
+}
+
+std::vector<SweepSetting> AxisSettings(const std::vector<SweepAxis>& axes) {
+    std::vector<SweepSetting> settings;
+    for (const SweepAxis& axis : axes) {
+        settings.insert(settings.end(), axis.settings.begin(), axis.settings.end());
+    }
+    return settings;
+}
+
+void RefuseRepeatedSettings(const std::vector<SweepAxis>& axes) {
+    const std::vector<SweepSetting> settings = AxisSettings(axes);
+    for (size_t i = 0; i < settings.size(); ++i) {
+        for (size_t j = 0; j < i; ++j) {
+            if (settings[i].Column() == settings[j].Column()) {
+                throw std::invalid_argument(settings[i].Column() + " is varied twice");
+            }
+        }
+    }
 }
 
 std::vector<std::vector<std::string>> ExpandGrid(const std::vector<SweepAxis>& axes) {
@@ -61,9 +122,12 @@ std::vector<std::vector<std::string>> ExpandGrid(const std::vector<SweepAxis>& a
     for (const SweepAxis& axis : axes) {
         std::vector<std::vector<std::string>> wider;
         for (const auto& combination : grid) {
-            for (const std::string& value : axis.values) {
+            for (size_t i = 0; i < axis.Size(); ++i) {
                 wider.push_back(combination);
-                wider.back().push_back(axis.category + "," + axis.key + "," + value);
+                for (const SweepSetting& setting : axis.settings) {
+                    wider.back().push_back(setting.category + "," + setting.key + "," +
+                                           setting.values[i]);
+                }
             }
         }
         grid = std::move(wider);
@@ -74,7 +138,7 @@ std::vector<std::vector<std::string>> ExpandGrid(const std::vector<SweepAxis>& a
 size_t SweepDefinition::Runs() const {
     if (axes.empty()) return 0;
     size_t runs = 1;
-    for (const SweepAxis& axis : axes) runs *= axis.values.size();
+    for (const SweepAxis& axis : axes) runs *= axis.Size();
     return runs;
 }
 
@@ -105,6 +169,11 @@ SweepDefinition ReadSweepJson(const std::string& path) {
         } catch (const std::invalid_argument& error) {
             document.Fail(vary[i], where, error.what());
         }
+    }
+    try {
+        RefuseRepeatedSettings(definition.axes);
+    } catch (const std::invalid_argument& error) {
+        document.Fail(vary, "vary", error.what());
     }
     if (static_cast<double>(definition.Runs()) != top.Number("runs", 1, 1e9)) {
         document.Fail(top.Member("runs"), "runs", "does not match the values listed under vary");

@@ -7,8 +7,8 @@
 
 namespace TalvexSim {
 
-// One setting a sweep varies, written "category,key=v1|v2|...".
-struct SweepAxis {
+// One setting a sweep varies and its values, written "category,key=v1|v2|...".
+struct SweepSetting {
     std::string category;
     std::string key;
     std::vector<std::string> values;
@@ -17,11 +17,27 @@ struct SweepAxis {
     std::string Column() const { return category + "/" + key; }
 };
 
+// One axis of a sweep's grid: a setting, or several that vary together, written joined by ';',
+// value i of each going into the same run. Varying a GFPS list with the SFPS list made for it
+// spares the runs of the pairs the library refuses.
+struct SweepAxis {
+    std::vector<SweepSetting> settings;
+
+    size_t Size() const { return settings.empty() ? 0 : settings.front().values.size(); }
+    std::string Text() const;
+};
+
 // Throws std::invalid_argument naming what is wrong with the text.
 SweepAxis ParseAxis(const std::string& text);
 
+// The axes' settings in order: a sweep's columns.
+std::vector<SweepSetting> AxisSettings(const std::vector<SweepAxis>& axes);
+
+// Throws std::invalid_argument naming a setting varied twice, in one axis or across them.
+void RefuseRepeatedSettings(const std::vector<SweepAxis>& axes);
+
 // Every combination of the axes' values, the last axis varying fastest; each combination is its
-// setting records, "category,key,value", in the axes' order.
+// setting records, "category,key,value", in the settings' order.
 std::vector<std::vector<std::string>> ExpandGrid(const std::vector<SweepAxis>& axes);
 
 // What a sweep is, kept as sweep.json beside its runs: enough to merge and check them without

@@ -48,10 +48,10 @@ void addAxis(ArgumentReader<InputError>& words, std::vector<SweepAxis>& axes) {
     } catch (const std::invalid_argument& error) {
         words.Fail(std::string("--vary ") + error.what());
     }
-    for (size_t a = 0; a + 1 < axes.size(); ++a) {
-        if (axes[a].Column() == axes.back().Column()) {
-            words.Fail(axes.back().Column() + " is varied twice");
-        }
+    try {
+        RefuseRepeatedSettings(axes);
+    } catch (const std::invalid_argument& error) {
+        words.Fail(error.what());
     }
 }
 

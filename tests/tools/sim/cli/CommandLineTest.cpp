@@ -102,6 +102,12 @@ TEST(CommandLineTest, BadInputExitsWithTwoNamesThePlaceAndWritesNothing) {
         {{"--compare", "none,none"}, "'none' is listed twice"},
         {{"--policy", "fixed:5"}, "--policy: 'fixed:5' is not fixed:N with N a whole number"},
         {{refused, "--compare", "governor,talvex", "--out", folder}, "the library refused"},
+        {{"sweep", good, "--vary", "stabilizer,gfps=25-30|30-35;stabilizer,sfps=0-25", "--out",
+          folder},
+         "stabilizer/gfps lists 2 values and stabilizer/sfps 1"},
+        {{"sweep", good, "--vary", "stabilizer,gfps=25-30|30-35;stabilizer,sfps=0-25|0-30",
+          "--vary", "stabilizer,sfps=0-45", "--out", folder},
+         "talvex-sim: sweep: stabilizer/sfps is varied twice"},
     };
     for (const auto& bad : cases) {
         const Outcome outcome = run(bad.arguments);

@@ -42,6 +42,18 @@ int sweep(const std::vector<std::string>& arguments) {
     return status;
 }
 
+// Runs the plan's lines one by one through a shell; returns how many ran, 0 when one fails.
+size_t runPlan(const std::string& path) {
+    std::istringstream lines(ReadFile(path));
+    std::string line;
+    size_t commands = 0;
+    while (std::getline(lines, line)) {
+        if (std::system(line.c_str()) != 0) return 0;
+        ++commands;
+    }
+    return commands;
+}
+
 TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
     ScratchDirectory scratch;
     const std::string scenario = scratch.Write("short.json", ScenarioText("", 90.0));
@@ -69,14 +81,7 @@ TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
     planned.insert(planned.end(),
                    {"--out", scratch.File("planned"), "--plan", scratch.File("plan.txt")});
     ASSERT_EQ(sweep(planned), 0);
-    std::istringstream lines(ReadFile(scratch.File("plan.txt")));
-    std::string line;
-    size_t commands = 0;
-    while (std::getline(lines, line)) {
-        ASSERT_EQ(std::system(line.c_str()), 0) << line;
-        ++commands;
-    }
-    EXPECT_EQ(commands, 4u);
+    ASSERT_EQ(runPlan(scratch.File("plan.txt")), 4u);
     MergeSweep({scratch.File("planned/sweep")}, scratch.File("planned/sweep"));
     for (const char* file : {"sweep.csv", "sweep.md", "pareto.svg", "recommended.json"}) {
         EXPECT_EQ(ReadFile(scratch.File("planned/sweep/") + file), ReadFile(folder + "/" + file))
@@ -106,6 +111,38 @@ TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
     }
     const std::string row = csvRow(csv, best);
     EXPECT_EQ(row.substr(row.find(",ok,") + 3), cells) << row;
+}
+
+TEST(SweepEndToEndTest, SettingsVaryingTogetherRunInStepAndThePlanAgrees) {
+    ScratchDirectory scratch;
+    const std::string scenario = scratch.Write("short.json", ScenarioText("", 60.0));
+    const std::vector<std::string> grid = {
+        scenario,
+        "--vary",
+        "sfps_temperature,max_temperature=41|42;stabilizer,sfps=0-50|0-abc",
+        "--jobs",
+        "2",
+        "--objective",
+        "max mean_fps"};
+    std::vector<std::string> direct = grid;
+    direct.insert(direct.end(), {"--out", scratch.File("direct")});
+    ASSERT_EQ(sweep(direct), 0);
+    const std::string folder = scratch.File("direct/sweep");
+    const std::string csv = ReadFile(folder + "/sweep.csv");
+    EXPECT_NE(csvRow(csv, 1).find("1,41,0-50,ok,"), std::string::npos) << csv;
+    EXPECT_NE(csvRow(csv, 2).find("2,42,0-abc,refused,"), std::string::npos) << csv;
+    EXPECT_EQ(csvRow(csv, 3), "") << csv;
+
+    std::vector<std::string> planned = grid;
+    planned.insert(planned.end(),
+                   {"--out", scratch.File("planned"), "--plan", scratch.File("plan.txt")});
+    ASSERT_EQ(sweep(planned), 0);
+    ASSERT_EQ(runPlan(scratch.File("plan.txt")), 2u);
+    MergeSweep({scratch.File("planned/sweep")}, scratch.File("planned/sweep"));
+    for (const char* file : {"sweep.csv", "sweep.md", "pareto.svg", "recommended.json"}) {
+        EXPECT_EQ(ReadFile(scratch.File("planned/sweep/") + file), ReadFile(folder + "/" + file))
+            << file;
+    }
 }
 
 #endif

@@ -43,6 +43,63 @@ TEST(SweepTest, AxesThatCannotBeRecordsAreRefused) {
     EXPECT_EQ(ParseAxis("stabilizer,sfps=0-45").Text(), "stabilizer,sfps=0-45");
 }
 
+TEST(SweepTest, SettingsVaryingTogetherAreOneAxisTakingTheirValuesInStep) {
+    // A setting may keep its value while another in its group changes.
+    const SweepAxis lists =
+        ParseAxis("stabilizer,gfps=25-30|30-35|40-45;stabilizer,sfps=0-25|0-30|0-30");
+    EXPECT_EQ(lists.Text(), "stabilizer,gfps=25-30|30-35|40-45;stabilizer,sfps=0-25|0-30|0-30");
+    const auto grid = ExpandGrid({ParseAxis("sfps_temperature,max_temperature=43|44"), lists});
+    ASSERT_EQ(grid.size(), 6u);
+    EXPECT_EQ(grid[1], (std::vector<std::string>{"sfps_temperature,max_temperature,43",
+                                                 "stabilizer,gfps,30-35", "stabilizer,sfps,0-30"}));
+    EXPECT_EQ(grid[3], (std::vector<std::string>{"sfps_temperature,max_temperature,44",
+                                                 "stabilizer,gfps,25-30", "stabilizer,sfps,0-25"}));
+    SweepDefinition definition;
+    definition.axes = {lists, ParseAxis("sfps_temperature,max_temperature=43|44")};
+    EXPECT_EQ(definition.Runs(), 6u);
+}
+
+TEST(SweepTest, GroupsOfUnevenListsRepeatedSettingsAndRepeatedRunsAreRefused) {
+    try {
+        ParseAxis("stabilizer,gfps=25-30|30-35;stabilizer,sfps=0-25");
+        ADD_FAILURE() << "lists of 2 and 1 values were taken";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_NE(std::string(error.what())
+                      .find("stabilizer/gfps lists 2 values and "
+                            "stabilizer/sfps 1"),
+                  std::string::npos)
+            << error.what();
+    }
+    for (const char* text : {"stabilizer,gfps=1|2;stabilizer,gfps=3|4", "a,b=1|1;c,d=2|2",
+                             "a,b=1|2;", ";a,b=1", "a,b=1|2;c,d=3|", "a,b=1|2;c=3|4"}) {
+        EXPECT_THROW(ParseAxis(text), std::invalid_argument) << text;
+    }
+    EXPECT_THROW(RefuseRepeatedSettings({ParseAxis("a,b=1|2;c,d=3|4"), ParseAxis("c,d=5")}),
+                 std::invalid_argument);
+    EXPECT_NO_THROW(RefuseRepeatedSettings({ParseAxis("a,b=1|2;c,d=3|4"), ParseAxis("a,d=5")}));
+}
+
+TEST(SweepTest, SweepJsonKeepsTheGroupsAndRefusesASettingVariedTwice) {
+    ScratchDirectory scratch;
+    SweepDefinition definition;
+    definition.scenario = "game";
+    definition.policy = "talvex";
+    definition.axes = {ParseAxis("a,b=1|2"), ParseAxis("c,d=1|2|3;e,f=4|5|6")};
+    definition.objective = "max mean_fps";
+    const std::string json = SweepJson(definition);
+    WriteOutputFiles(scratch.path, {{"sweep.json", json}});
+    const SweepDefinition read = ReadSweepJson(scratch.File("sweep.json"));
+    ASSERT_EQ(read.axes.size(), 2u);
+    EXPECT_EQ(read.axes[1].settings.size(), 2u);
+    EXPECT_EQ(read.Runs(), 6u);
+    EXPECT_EQ(SweepJson(read), json);
+
+    std::string twice = json;
+    twice.replace(twice.find("a,b="), 4, "e,f=");
+    WriteOutputFiles(scratch.path, {{"sweep.json", twice}});
+    EXPECT_THROW(ReadSweepJson(scratch.File("sweep.json")), InputError);
+}
+
 TEST(ParetoTest, KeepsThePointsNoneBeatsCoolerAndFaster) {
     // (peak temperature, mean FPS)
     const std::vector<std::pair<double, double>> points = {
@@ -75,7 +132,7 @@ class SweepFolder {
     void Run(size_t run, const std::string& status, double meanFps, double peak_C,
              const std::string& message = "") {
         const std::string setting =
-            "sfps_temperature,max_temperature," + definition.axes[0].values[run - 1];
+            "sfps_temperature,max_temperature," + definition.axes[0].settings[0].values[run - 1];
         std::ostringstream runJson;
         runJson << R"({"run": )" << run << R"(, "policy": "talvex", "settings": [")" << setting
                 << R"("], "status": ")" << status << R"(", "message": ")" << message << "\"}";
@@ -137,6 +194,27 @@ TEST(SweepMergeTest, WithoutARunMeetingTheConstraintsTheClosestIsNamedAndNothing
                   .find("The closest is run 1 (max_temperature 44): peak_temperature_c 44.5 "
                         "(needs peak_temperature_c <= 44)."),
               std::string::npos);
+}
+
+TEST(SweepMergeTest, SettingsVaryingTogetherKeepAColumnEach) {
+    ScratchDirectory scratch;
+    SweepDefinition definition;
+    definition.scenario = "game";
+    definition.policy = "talvex";
+    definition.axes = {ParseAxis("stabilizer,gfps=25-30|30-35;stabilizer,sfps=0-25|0-30")};
+    definition.objective = "max mean_fps";
+    WriteOutputFiles(scratch.path, {{"sweep.json", SweepJson(definition)}});
+    WriteOutputFiles(RunFolder(scratch.path, 2, 2), {{"run.json", R"({"run": 2, "policy": "talvex",
+                                       "settings": ["stabilizer,gfps,30-35", "stabilizer,sfps,0-30"],
+                                       "status": "refused", "message": "no"})"}});
+    MergeSweep({scratch.path}, scratch.path);
+    const std::string csv = ReadFile(scratch.File("sweep.csv"));
+    EXPECT_EQ(csv.rfind("run,stabilizer/gfps,stabilizer/sfps,status,", 0), 0u) << csv;
+    EXPECT_NE(csv.find("\n1,25-30,0-25,missing,"), std::string::npos) << csv;
+    EXPECT_NE(csv.find("\n2,30-35,0-30,refused,"), std::string::npos) << csv;
+    EXPECT_NE(
+        ReadFile(scratch.File("sweep.md")).find("| 2 | gfps 30-35, sfps 0-30 | refused | no |"),
+        std::string::npos);
 }
 
 TEST(SweepMergeTest, RunsSpreadOverFoldersComeTogetherAndStrangersAreRefused) {
