@@ -74,7 +74,7 @@ constexpr const char kUsage[] =
     "recommended.json, the online configuration of the best run under the objective:\n"
     "  max|min METRIC [subject to A OP B [and A OP B ...]]   OP: <= >= < >\n"
     "with the report's metrics (report.json's keys) and numbers; default:\n"
-    "  'max mean_fps subject to time_above_upper_bound_s <= 0'.\n"
+    "  'max display_fps subject to time_above_upper_bound_s <= 0'.\n"
     "--plan FILE writes one shell command per run instead of running them (for GNU\n"
     "parallel or a batch scheduler); merge then reads their folders back into the same\n"
     "outputs.\n"

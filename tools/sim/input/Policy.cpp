@@ -42,7 +42,8 @@ Policy ParsePolicy(const std::string& text) {
         policy.fixedFps = static_cast<int>(fps);
     } else {
         throw std::invalid_argument(
-            "'" + text + "' is not a policy (talvex, talvex+deadline, swap-interval, governor, fixed:N, none)");
+            "'" + text +
+            "' is not a policy (talvex, talvex+deadline, swap-interval, governor, fixed:N, none)");
     }
     return policy;
 }

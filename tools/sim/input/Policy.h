@@ -11,13 +11,13 @@ namespace TalvexSim {
 // Who keeps the frame rate in a run. The thermal governor belongs to the device and is on in
 // every policy but None, as on a real phone.
 enum class PolicyKind {
-    Library,   // "talvex": the FPS manager decides, the pacing object holds its SFPS;
-               // "talvex+deadline" paces to deadlines instead of the frame quota
-    Governor,  // "governor": no library, the game at its own cap
+    Library,       // "talvex": the FPS manager decides, the pacing object holds its SFPS;
+                   // "talvex+deadline" paces to deadlines instead of the frame quota
+    Governor,      // "governor": no library, the game at its own cap
     SwapInterval,  // "swap-interval": no library, the game paced to whole refresh periods as
                    // Android's frame pacing library paces it
-    Fixed,     // "fixed:N": the pacing object held at N throughout, no FPS manager
-    None,      // "none": neither the library nor the governor, the thermal worst case
+    Fixed,         // "fixed:N": the pacing object held at N throughout, no FPS manager
+    None,          // "none": neither the library nor the governor, the thermal worst case
 };
 
 struct Policy {

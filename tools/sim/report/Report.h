@@ -33,8 +33,8 @@ namespace TalvexSim {
 //   slow_session when over 25 % of the intervals after the first running minute are slow at
 //   50 ms. A jank is an interval over twice the mean of the three before it and over 84 ms
 //   (big: 125 ms), per running hour. Latency runs from the start of a frame's work to the glass.
-// - mean_fps: frames per running second (a replay, which has no frames: the mean OFPS).
-//   jank_per_min: the rows' jank frames per running minute.
+// - render_fps: frames per running second (a replay, which has no frames: the mean OFPS).
+//   render_jank_per_min: the rows' jank frames per running minute.
 // - Temperatures are the device model's own (without the sensors' noise or faults).
 //   time_above_upper_bound_s counts running and paused time alike. energy_j sums power times
 //   interval over every row; mean_power_w divides it by the time the rows cover.

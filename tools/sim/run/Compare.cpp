@@ -10,9 +10,10 @@ namespace TalvexSim {
 namespace {
 
 // What compare.md shows of each run; compare.csv carries every metric.
-const char* const kHeadline[] = {"fps_stability", "mean_fps",           "jank_per_min",
-                                 "frame_ms_p99",  "peak_temperature_c", "time_above_upper_bound_s",
-                                 "energy_j"};
+const char* const kHeadline[] = {
+    "display_fps",   "cadence_match", "display_interval_ms_p99", "latency_ms_p50",
+    "fps_stability", "render_fps",    "peak_temperature_c",      "time_above_upper_bound_s",
+    "energy_j"};
 
 std::string orNa(const MetricValues& metrics, const char* key) {
     const std::string cell = MetricCell(metrics, key);
@@ -84,16 +85,21 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
                   scenario.name.c_str(), static_cast<unsigned long long>(scenario.seed),
                   records.size(), wall_s);
     std::string text = line;
-    std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", "policy", "stability",
-                  "mean FPS", "jank/min", "peak C", "energy J");
+    // What the player sees first, then what the game rendered and what the device went through.
+    const char* const columns[] = {"display_fps",   "cadence_match", "display_interval_ms_p99",
+                                   "fps_stability", "render_fps",    "peak_temperature_c",
+                                   "energy_j"};
+    std::snprintf(line, sizeof line, "  %-16s %9s %8s %8s %10s %10s %7s %9s\n", "policy",
+                  "shown FPS", "cadence", "p99 ms", "stability", "render FPS", "peak C",
+                  "energy J");
     text += line;
     for (const SessionRecord& record : records) {
         const MetricValues metrics = MetricValuesOf(record.report);
-        std::snprintf(line, sizeof line, "  %-16s %10s %9s %9s %10s %10s\n", record.policy.c_str(),
-                      orNa(metrics, "fps_stability").c_str(), orNa(metrics, "mean_fps").c_str(),
-                      orNa(metrics, "jank_per_min").c_str(),
-                      orNa(metrics, "peak_temperature_c").c_str(),
-                      orNa(metrics, "energy_j").c_str());
+        std::string cells[7];
+        for (size_t i = 0; i < 7; ++i) cells[i] = orNa(metrics, columns[i]);
+        std::snprintf(line, sizeof line, "  %-16s %9s %8s %8s %10s %10s %7s %9s\n",
+                      record.policy.c_str(), cells[0].c_str(), cells[1].c_str(), cells[2].c_str(),
+                      cells[3].c_str(), cells[4].c_str(), cells[5].c_str(), cells[6].c_str());
         text += line;
     }
     text += "  outputs        " + directory +

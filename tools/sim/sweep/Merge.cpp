@@ -20,7 +20,7 @@ namespace {
 
 constexpr size_t kBestShown = 5;
 constexpr const char* kTemperature = "peak_temperature_c";
-constexpr const char* kFps = "mean_fps";
+constexpr const char* kFps = "display_fps";
 
 bool exists(const std::string& path) {
     std::error_code ignored;
@@ -178,7 +178,7 @@ std::string sweepMarkdown(const SweepResult& result) {
         md += table(result, best, "rank", [](size_t k) { return std::to_string(k + 1); }) + "\n";
     }
     md += verdict(result);
-    md += "\n## Pareto front: peak temperature against mean FPS\n\n";
+    md += "\n## Pareto front: peak temperature against displayed FPS\n\n";
     md += "The runs that no other run beats on both counts, cooler and faster:\n\n";
     md += table(result, result.front, "meets the objective", [&](size_t k) {
         const size_t row = result.front[k];
@@ -186,7 +186,7 @@ std::string sweepMarkdown(const SweepResult& result) {
                    ? std::string("yes")
                    : std::string("no");
     });
-    md += "\n![Peak temperature against mean FPS, one point per run](pareto.svg)\n";
+    md += "\n![Peak temperature against displayed FPS, one point per run](pareto.svg)\n";
     std::string apart;
     for (const SweepRow& row : result.rows) {
         if (row.status == "ok") continue;

@@ -22,7 +22,8 @@
 namespace TalvexSim {
 namespace {
 
-constexpr const char* kDefaultObjective = "max mean_fps subject to time_above_upper_bound_s <= 0";
+constexpr const char* kDefaultObjective =
+    "max display_fps subject to time_above_upper_bound_s <= 0";
 // More runs than this is a typo in a --vary more often than a plan.
 constexpr size_t kMostRuns = 10000;
 // The limit of a run unless given: a minute, plus far more than the simulator needs for the

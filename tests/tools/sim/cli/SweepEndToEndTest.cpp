@@ -65,7 +65,7 @@ TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
                                            "--jobs",
                                            "2",
                                            "--objective",
-                                           "max mean_fps"};
+                                           "max render_fps"};
     std::vector<std::string> direct = grid;
     direct.insert(direct.end(), {"--out", scratch.File("direct")});
     ASSERT_EQ(sweep(direct), 0);
@@ -123,7 +123,7 @@ TEST(SweepEndToEndTest, SettingsVaryingTogetherRunInStepAndThePlanAgrees) {
         "--jobs",
         "2",
         "--objective",
-        "max mean_fps"};
+        "max render_fps"};
     std::vector<std::string> direct = grid;
     direct.insert(direct.end(), {"--out", scratch.File("direct")});
     ASSERT_EQ(sweep(direct), 0);

@@ -17,17 +17,17 @@ const std::vector<std::string>& metrics() {
 
 TEST(ObjectiveTest, ParsesConstraintsWithAMetricOnEitherSide) {
     const Objective objective = ParseObjective(
-        "max  mean_fps subject to peak_temperature_c <= 43 and 0.99 <= fps_stability and "
-        "frame_ms_p99 < frame_ms_p50",
+        "max  render_fps subject to peak_temperature_c <= 43 and 0.99 <= fps_stability and "
+        "render_frame_ms_p99 < render_frame_ms_p50",
         metrics());
     EXPECT_EQ(objective.Text(),
-              "max mean_fps subject to peak_temperature_c <= 43 and 0.99 <= fps_stability and "
-              "frame_ms_p99 < frame_ms_p50");
-    MetricValues run{{"mean_fps", 50.0},
+              "max render_fps subject to peak_temperature_c <= 43 and 0.99 <= fps_stability and "
+              "render_frame_ms_p99 < render_frame_ms_p50");
+    MetricValues run{{"render_fps", 50.0},
                      {"peak_temperature_c", 43.0},
                      {"fps_stability", 0.995},
-                     {"frame_ms_p50", 20.0},
-                     {"frame_ms_p99", 19.0}};
+                     {"render_frame_ms_p50", 20.0},
+                     {"render_frame_ms_p99", 19.0}};
     EXPECT_TRUE(objective.Meets(run));
     EXPECT_EQ(objective.Shortfall(run), 0.0);
 
@@ -59,18 +59,18 @@ TEST(ObjectiveTest, RanksByItsMetricAndMeasuresMissesRelatively) {
 TEST(ObjectiveTest, RefusalsNameTheProblem) {
     const std::vector<std::pair<const char*, const char*>> cases = {
         {"max mean_fpz", "unknown metric 'mean_fpz'"},
-        {"max mean_fps subject to peak_temp <= 43", "unknown metric 'peak_temp'"},
+        {"max render_fps subject to peak_temp <= 43", "unknown metric 'peak_temp'"},
         {"", "should follow"},
-        {"mean_fps", "starts with max or min, not 'mean_fps'"},
+        {"render_fps", "starts with max or min, not 'render_fps'"},
         {"max", "the objective ends where a metric should follow 'max'"},
-        {"max mean_fps with peak_temperature_c <= 43", "expected 'subject to'"},
-        {"max mean_fps subject peak_temperature_c <= 43", "expected 'subject to'"},
-        {"max mean_fps subject to peak_temperature_c = 43", "expected a comparison"},
-        {"max mean_fps subject to peak_temperature_c <= 43 and", "should follow 'and'"},
-        {"max mean_fps subject to peak_temperature_c <= 43 or jank_per_min < 1",
+        {"max render_fps with peak_temperature_c <= 43", "expected 'subject to'"},
+        {"max render_fps subject peak_temperature_c <= 43", "expected 'subject to'"},
+        {"max render_fps subject to peak_temperature_c = 43", "expected a comparison"},
+        {"max render_fps subject to peak_temperature_c <= 43 and", "should follow 'and'"},
+        {"max render_fps subject to peak_temperature_c <= 43 or render_jank_per_min < 1",
          "expected 'and' after '43', found 'or'"},
-        {"max mean_fps subject to 1 < 2", "compares two numbers"},
-        {"max mean_fps subject to peak_temperature_c <= (43)", "found '('"},
+        {"max render_fps subject to 1 < 2", "compares two numbers"},
+        {"max render_fps subject to peak_temperature_c <= (43)", "found '('"},
     };
     for (const auto& [text, expected] : cases) {
         try {

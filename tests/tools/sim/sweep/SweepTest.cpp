@@ -85,7 +85,7 @@ TEST(SweepTest, SweepJsonKeepsTheGroupsAndRefusesASettingVariedTwice) {
     definition.scenario = "game";
     definition.policy = "talvex";
     definition.axes = {ParseAxis("a,b=1|2"), ParseAxis("c,d=1|2|3;e,f=4|5|6")};
-    definition.objective = "max mean_fps";
+    definition.objective = "max render_fps";
     const std::string json = SweepJson(definition);
     WriteOutputFiles(scratch.path, {{"sweep.json", json}});
     const SweepDefinition read = ReadSweepJson(scratch.File("sweep.json"));
@@ -139,7 +139,7 @@ class SweepFolder {
         std::vector<std::pair<std::string, std::string>> files{{"run.json", runJson.str()}};
         if (status == "ok") {
             std::ostringstream report;
-            report << R"({"scenario": "game", "mean_fps": )" << meanFps
+            report << R"({"scenario": "game", "display_fps": )" << meanFps
                    << R"(, "peak_temperature_c": )" << peak_C
                    << R"(, "fps_stability": null, "energy_j": 7000.5})";
             files.emplace_back("report.json", report.str());
@@ -154,20 +154,24 @@ class SweepFolder {
 
 TEST(SweepMergeTest, RowsKeepEveryOutcomeAndTheBestRunIsRecommended) {
     ScratchDirectory scratch;
-    SweepFolder folder(scratch.path, "max mean_fps subject to peak_temperature_c <= 45");
+    SweepFolder folder(scratch.path, "max display_fps subject to peak_temperature_c <= 45");
     folder.Run(1, "ok", 50.25, 44.5);
     folder.Run(2, "refused", 0, 0, "the library refused it");
     folder.Run(3, "ok", 53.0, 45.0);
     const SweepResult result = MergeSweep({scratch.path}, scratch.path);
 
-    EXPECT_EQ(ReadFile(scratch.File("sweep.csv")),
-              "run,sfps_temperature/max_temperature,status,fps_stability,mean_fps,frame_ms_p50,"
-              "frame_ms_p99,jank_per_min,peak_temperature_c,time_above_upper_bound_s,energy_j,"
-              "mean_power_w,time_to_first_decrease_s,time_to_recover_s,sfps_changes_per_10min,"
-              "sfps_reversals_per_10min,gfps_changes_per_10min\n"
-              "1,44,ok,,50.250,,,,44.500,,7000.500,,,,,,\n"
-              "2,45,refused,,,,,,,,,,,,,,\n"
-              "3,46,ok,,53.000,,,,45.000,,7000.500,,,,,,\n");
+    EXPECT_EQ(
+        ReadFile(scratch.File("sweep.csv")),
+        "run,sfps_temperature/max_temperature,status,fps_stability,cadence_match,display_fps,"
+        "display_interval_ms_p50,display_interval_ms_p99,slow_frames_50ms_share,"
+        "slow_frames_34ms_share,jank_per_hour,big_jank_per_hour,latency_ms_p50,latency_ms_p99,"
+        "render_fps,render_frame_ms_p50,render_frame_ms_p99,render_jank_per_min,"
+        "peak_temperature_c,time_above_upper_bound_s,energy_j,mean_power_w,"
+        "time_to_first_decrease_s,time_to_recover_s,sfps_changes_per_10min,"
+        "sfps_reversals_per_10min,gfps_changes_per_10min\n"
+        "1,44,ok,,,50.250,,,,,,,,,,,,,44.500,,7000.500,,,,,,\n"
+        "2,45,refused,,,,,,,,,,,,,,,,,,,,,,,,\n"
+        "3,46,ok,,,53.000,,,,,,,,,,,,,45.000,,7000.500,,,,,,\n");
     EXPECT_EQ(ReadFile(scratch.File("recommended.json")), "config of run 3\n");
     EXPECT_EQ(result.front, (std::vector<size_t>{0, 2}));
     const std::string md = ReadFile(scratch.File("sweep.md"));
@@ -179,7 +183,7 @@ TEST(SweepMergeTest, RowsKeepEveryOutcomeAndTheBestRunIsRecommended) {
 
 TEST(SweepMergeTest, WithoutARunMeetingTheConstraintsTheClosestIsNamedAndNothingRecommended) {
     ScratchDirectory scratch;
-    SweepFolder folder(scratch.path, "max mean_fps subject to peak_temperature_c <= 44");
+    SweepFolder folder(scratch.path, "max render_fps subject to peak_temperature_c <= 44");
     folder.Run(1, "ok", 50.0, 44.5);
     folder.Run(2, "ok", 53.0, 46.0);
     folder.Run(3, "failed", 0, 0, "killed by signal 11 (Segmentation fault)");
@@ -202,7 +206,7 @@ TEST(SweepMergeTest, SettingsVaryingTogetherKeepAColumnEach) {
     definition.scenario = "game";
     definition.policy = "talvex";
     definition.axes = {ParseAxis("stabilizer,gfps=25-30|30-35;stabilizer,sfps=0-25|0-30")};
-    definition.objective = "max mean_fps";
+    definition.objective = "max render_fps";
     WriteOutputFiles(scratch.path, {{"sweep.json", SweepJson(definition)}});
     WriteOutputFiles(RunFolder(scratch.path, 2, 2), {{"run.json", R"({"run": 2, "policy": "talvex",
                                        "settings": ["stabilizer,gfps,30-35", "stabilizer,sfps,0-30"],
@@ -220,8 +224,8 @@ TEST(SweepMergeTest, SettingsVaryingTogetherKeepAColumnEach) {
 TEST(SweepMergeTest, RunsSpreadOverFoldersComeTogetherAndStrangersAreRefused) {
     ScratchDirectory first;
     ScratchDirectory second;
-    SweepFolder a(first.path, "max mean_fps");
-    SweepFolder b(second.path, "max mean_fps");
+    SweepFolder a(first.path, "max display_fps");
+    SweepFolder b(second.path, "max display_fps");
     a.Run(1, "ok", 50.0, 44.5);
     b.Run(3, "ok", 51.0, 44.0);
     ScratchDirectory merged;
@@ -235,7 +239,7 @@ TEST(SweepMergeTest, RunsSpreadOverFoldersComeTogetherAndStrangersAreRefused) {
                      {{"run.json", R"({"run": 2, "policy": "talvex", "settings": ["x,y,1"],
                                        "status": "ok", "message": ""})"}});
     EXPECT_THROW(MergeSweep({first.path, second.path}, merged.path), InputError);
-    SweepFolder other(second.path, "min mean_fps");
+    SweepFolder other(second.path, "min display_fps");
     EXPECT_THROW(MergeSweep({first.path, second.path}, merged.path), InputError);
 }
 
