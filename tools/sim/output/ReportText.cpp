@@ -53,6 +53,14 @@ std::string floors(const Report& report) {
     return text.empty() ? "no GFPS held" : text;
 }
 
+std::string periodCounts(const Report& report) {
+    std::string text;
+    for (const std::uint64_t count : report.displayIntervalHistogram) {
+        text += (text.empty() ? "" : ", ") + GroupThousands(count);
+    }
+    return text;
+}
+
 std::string faultTable(const std::vector<FaultOutcome>& faults) {
     std::string md =
         "\n## Fault events\n\n"
@@ -134,13 +142,34 @@ std::string ReportMarkdown(const Report& report) {
     const auto row = [&md](const std::string& metric, const std::string& value) {
         md += "| " + metric + " | " + value + " |\n";
     };
+    row("Displayed FPS", report.displayFps ? fixed(*report.displayFps, "") : "no frames shown");
+    row("Cadence match (steady intervals within 2 ms of the held period)",
+        percent(report.cadenceMatch));
+    row("Displayed interval p50 / p99", report.displayIntervalP50_ms
+                                            ? fixed(*report.displayIntervalP50_ms, "", 2) + " / " +
+                                                  fixed(*report.displayIntervalP99_ms, " ms", 2)
+                                            : "no intervals");
+    row("Displayed intervals of 1, 2, 3, 4, 5, 6+ refresh periods", periodCounts(report));
+    row("Slow frames (over 50 / 34 ms)", report.slowFrames50Share
+                                             ? fixed(*report.slowFrames50Share * 100.0, " % / ") +
+                                                   fixed(*report.slowFrames34Share * 100.0, " %")
+                                             : "no intervals");
+    row("Slow session (over 25 % slow after the first minute)", report.slowSession ? "yes" : "no");
+    row("Jank / big jank per hour",
+        report.jankPerHour ? fixed(*report.jankPerHour, " / ") + fixed(*report.bigJankPerHour, "")
+                           : "no frames shown");
+    row("Latency, start of work to glass, p50 / p99",
+        report.latencyP50_ms
+            ? fixed(*report.latencyP50_ms, " / ") + fixed(*report.latencyP99_ms, " ms")
+            : "no frames shown");
     row("FPS stability (steady time within 1 FPS of the held rate)",
         percent(report.fpsStability) + " of " + fixed(report.steady_s, " s", 0));
-    row("Mean FPS", fixed(report.meanFps, ""));
-    row("Frame time p50 / p99", report.frameP50_ms ? fixed(*report.frameP50_ms, "", 2) + " / " +
-                                                         fixed(*report.frameP99_ms, " ms", 2)
-                                                   : "no frames");
-    row("Jank per minute", fixed(report.jankPerMin, "", 2));
+    row("Rendered FPS", fixed(report.meanFps, ""));
+    row("Rendered frame time p50 / p99",
+        report.frameP50_ms
+            ? fixed(*report.frameP50_ms, "", 2) + " / " + fixed(*report.frameP99_ms, " ms", 2)
+            : "no frames");
+    row("Rendered jank per minute", fixed(report.jankPerMin, "", 2));
     row("Peak temperature",
         report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C") : "no rows");
     row("Time above the upper bound", fixed(report.timeAboveUpperBound_s, " s", 0));
@@ -176,7 +205,8 @@ std::string ReportSummaryLines(const Report& report) {
     std::string text;
     text += LabelLine("FPS stability", percent(report.fpsStability) + " of " +
                                            fixed(report.steady_s, " steady s", 0));
-    text += LabelLine("jank", fixed(report.jankPerMin, " per min", 2));
+    text += LabelLine("cadence match", percent(report.cadenceMatch));
+    text += LabelLine("rendered jank", fixed(report.jankPerMin, " per min", 2));
     text += LabelLine("peak temperature",
                       (report.peakTemperature_C ? fixed(*report.peakTemperature_C, " \u00b0C")
                                                 : std::string("none")) +

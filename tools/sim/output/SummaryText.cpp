@@ -34,11 +34,18 @@ std::string FormatSummary(const Report& report, const SummaryContext& context) {
         report.timeToFirstDecrease_s ? Fixed(*report.timeToFirstDecrease_s, 0) + " s" : "never");
     text += LabelLine("lowest SFPS", report.lowestSfps ? std::to_string(*report.lowestSfps)
                                                        : "none (never stabilized)");
-    text +=
-        LabelLine(context.replayFile.empty() ? "mean FPS" : "mean OFPS", Fixed(report.meanFps, 1));
+    if (report.displayFps && report.displayIntervalP50_ms) {
+        text += LabelLine("displayed FPS", Fixed(*report.displayFps, 1));
+        text += LabelLine("displayed interval p50 / p99",
+                          Fixed(*report.displayIntervalP50_ms, 2) + " / " +
+                              Fixed(*report.displayIntervalP99_ms, 2) + " ms");
+    }
+    text += LabelLine(context.replayFile.empty() ? "rendered FPS" : "mean OFPS",
+                      Fixed(report.meanFps, 1));
     if (report.frameP50_ms && report.frameP99_ms) {
-        text += LabelLine("frame time p50 / p99", Fixed(*report.frameP50_ms, 2) + " / " +
-                                                      Fixed(*report.frameP99_ms, 2) + " ms");
+        text +=
+            LabelLine("rendered frame time p50 / p99", Fixed(*report.frameP50_ms, 2) + " / " +
+                                                           Fixed(*report.frameP99_ms, 2) + " ms");
     }
     text += LabelLine("time stabilized", Fixed(report.heldShare * 100.0, 1) + " %");
     if (report.exploringShare > 0.0) {

@@ -48,8 +48,12 @@ TEST(SessionRunTest, TheSummarySaysWhatReportJsonSays) {
     ASSERT_TRUE(json["time_to_first_decrease_s"].isNumeric()) << summary;
     EXPECT_EQ(summaryValue(summary, "time to first SFPS decrease"),
               Fixed(json["time_to_first_decrease_s"].asDouble(), 0) + " s");
-    EXPECT_EQ(summaryValue(summary, "mean FPS"), Fixed(json["render_fps"].asDouble(), 1));
-    EXPECT_EQ(summaryValue(summary, "frame time p50 / p99"),
+    EXPECT_EQ(summaryValue(summary, "rendered FPS"), Fixed(json["render_fps"].asDouble(), 1));
+    EXPECT_EQ(summaryValue(summary, "displayed FPS"), Fixed(json["display_fps"].asDouble(), 1));
+    EXPECT_EQ(summaryValue(summary, "displayed interval p50 / p99"),
+              Fixed(json["display_interval_ms_p50"].asDouble(), 2) + " / " +
+                  Fixed(json["display_interval_ms_p99"].asDouble(), 2) + " ms");
+    EXPECT_EQ(summaryValue(summary, "rendered frame time p50 / p99"),
               Fixed(json["render_frame_ms_p50"].asDouble(), 2) + " / " +
                   Fixed(json["render_frame_ms_p99"].asDouble(), 2) + " ms");
     EXPECT_EQ(summaryValue(summary, "run").substr(0, summaryValue(summary, "run").find(" in ")),
