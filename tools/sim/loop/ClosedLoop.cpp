@@ -53,7 +53,8 @@ class ClosedLoop {
         session.Trace().SetHostAtFrameRate(scenario.tickEveryFrame);
         if (options.policy.kind == PolicyKind::SwapInterval) {
             // The pacer takes over the game's own cap as the shortest swap it allows.
-            swapPacer.emplace(display.Period_ns(), minFramePeriod_ns);
+            // It asks the panel for the game's cap, as a frame-rate request would.
+            swapPacer.emplace(std::llround(1e9 / display.RateFor(capFps)), minFramePeriod_ns);
         }
         if (options.policy.kind == PolicyKind::Fixed) target = options.policy.fixedFps;
         createPacer();
@@ -91,7 +92,7 @@ class ClosedLoop {
     std::int64_t frame(std::int64_t previousEnd) {
         const std::int64_t start = dequeue(previousEnd);
         if (start >= duration_ns) return duration_ns;
-        display.HoldRate(heldFps());
+        display.HoldRate(swapPacer ? capFps : heldFps());
         session.BeginFrame(target, scenario.refreshRate_Hz);
         const double nominalWork_ms = game.NextWorkMs(NsToSeconds(start));
         const double work_ms = nominalWork_ms / device.Clock();
@@ -313,7 +314,7 @@ class ClosedLoop {
             return std::min({target, scenario.refreshRate_Hz, capFps});
         }
         if (swapPacer && swapPacer->SwapInterval() > 1) {
-            return std::min(display.Rate_Hz() / swapPacer->SwapInterval(), capFps);
+            return std::min(display.RateFor(capFps) / swapPacer->SwapInterval(), capFps);
         }
         return capFps;
     }

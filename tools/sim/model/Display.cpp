@@ -27,15 +27,13 @@ Display::Display(const DisplayParams& params_, int refreshRate_Hz, Sink sink_)
       fixedNext_ns(topPeriod_ns) {}
 
 // As a frame-rate request chooses: the lowest mode the held rate divides.
-int Display::rateFor(int fps) const {
+int Display::RateFor(int fps) const {
     if (params.mode != DisplayMode::Modes || fps <= 0) return topRate_Hz;
     for (const int mode : params.modes_Hz) {
         if (mode % fps == 0) return mode;
     }
     return topRate_Hz;
 }
-
-void Display::HoldRate(int fps) { wantedRate_Hz = rateFor(fps); }
 
 std::int64_t Display::latchable_ns(const ShownFrame& frame) const {
     return frame.ready_ns + margin_ns;

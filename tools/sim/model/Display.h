@@ -26,7 +26,9 @@ class Display {
     Display(const DisplayParams& params, int refreshRate_Hz, Sink sink);
 
     // The rate the game holds; a panel with modes picks its mode from it at the next refresh.
-    void HoldRate(int fps);
+    void HoldRate(int fps) { wantedRate_Hz = RateFor(fps); }
+    // The panel's rate while the game holds that rate.
+    int RateFor(int fps) const;
     // Runs every refresh up to and including that time.
     void AdvanceTo(std::int64_t time_ns);
     // Whether the game has a free buffer to draw its next frame into.
@@ -44,7 +46,6 @@ class Display {
 
   private:
     int inUse() const { return static_cast<int>(queue.size()) + (onScreen ? 1 : 0); }
-    int rateFor(int fps) const;
     std::int64_t latchable_ns(const ShownFrame& frame) const;
     std::int64_t nextRefresh_ns() const;
     void refresh(std::int64_t time_ns);
