@@ -202,17 +202,29 @@ struct Series {
     std::vector<std::vector<Point>> runs;
 };
 
+struct LegendEntry {
+    std::string text;
+    const char* style;  // of the swatch's line
+};
+
+// In one row ending at the plot's right edge, in the order given; `y` is the text's baseline.
+void drawLegend(Svg& svg, double y, const std::vector<LegendEntry>& entries) {
+    double x = kLeft + kPlotWidth - 8;
+    for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
+        x -= 40.0 + 6.6 * static_cast<double>(it->text.size());
+        svg.Line(x, y - 4, x + 22, y - 4, it->style);
+        svg.Text(x + 26, y, it->text, "start", 11);
+    }
+}
+
 // A legend only where a panel holds more than one series; the panel's title names a lone one.
 void drawSeries(Svg& svg, const Panel& panel, const std::vector<Series>& series) {
-    double legendX = kLeft + kPlotWidth - 8;
+    std::vector<LegendEntry> entries;
     for (auto it = series.rbegin(); it != series.rend(); ++it) {
         for (const auto& run : it->runs) svg.Polyline(run, it->style);
-        if (series.size() < 2) continue;
-        const double width = 40.0 + 6.6 * static_cast<double>(std::string(it->name).size());
-        legendX -= width;
-        svg.Line(legendX, panel.top + 12, legendX + 22, panel.top + 12, it->style);
-        svg.Text(legendX + 26, panel.top + 16, it->name, "start", 11);
     }
+    for (const Series& s : series) entries.push_back({s.name, s.style});
+    if (series.size() > 1) drawLegend(svg, panel.top + 16, entries);
 }
 
 void drawBound(Svg& svg, const Panel& panel, double value, const std::string& text) {
@@ -343,6 +355,20 @@ Panel frameRatePanelAbove(double highestFps, const char* title) {
     return {70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), title};
 }
 
+// Each run of a comparison in its own colour, the same in every chart of the comparison.
+const char* seriesColour(size_t index) {
+    static constexpr const char* kColours[] = {"#d62728", "#1f77b4", "#7f7f7f", "#2ca02c",
+                                               "#9467bd", "#ff7f0e", "#8c564b", "#e377c2"};
+    return kColours[index % (sizeof kColours / sizeof kColours[0])];
+}
+
+// What reached the glass over a row's stretch: a frame rendered but never shown counts in the
+// OFPS and not here.
+std::optional<double> displayedFps(const TimelineRow& row) {
+    if (row.paused || !(row.interval_s > 0.0)) return std::nullopt;
+    return row.shownFrames / row.interval_s;
+}
+
 }  // namespace
 
 std::string RenderChart(const ChartInput& input) {
@@ -381,18 +407,16 @@ std::string RenderChart(const ChartInput& input) {
 }
 
 std::string RenderComparisonChart(const ComparisonChartInput& input) {
-    static const char* const kColours[] = {"#d62728", "#1f77b4", "#7f7f7f", "#2ca02c",
-                                           "#9467bd", "#ff7f0e", "#8c564b", "#e377c2"};
     Extents extents{1.0, static_cast<double>(input.refreshRate_Hz), input.temperatureUpperBound_C,
                     input.temperatureUpperBound_C};
     for (const ComparisonSeries& series : input.series) {
         for (const TimelineRow& row : *series.rows) {
-            extents.Take(row.time_s, row.ofps, row.deviceTemperature_C);
+            extents.Take(row.time_s, displayedFps(row).value_or(0.0), row.deviceTemperature_C);
         }
     }
     const TimeScale scale = timeScaleFor(extents.duration_s);
     Svg svg(scale.duration_s, scale.unit_s);
-    const Panel fps = frameRatePanelAbove(extents.highestFps, "Frame rate (OFPS)");
+    const Panel fps = frameRatePanelAbove(extents.highestFps, "Frame rate (displayed FPS)");
     const Panel temperature{
         350.0, 200.0, niceRange(extents.lowTemperature - 1.0, extents.highTemperature + 2.0, 5),
         "Device temperature (\u00b0C)"};
@@ -406,14 +430,9 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     styles.reserve(input.series.size());
     for (size_t i = 0; i < input.series.size(); ++i) {
         const ComparisonSeries& series = input.series[i];
-        const char* colour = kColours[i % (sizeof kColours / sizeof kColours[0])];
-        styles.push_back(std::string("stroke=\"") + colour + "\" stroke-width=\"1.5\"");
-        rates.push_back(
-            {series.name.c_str(), styles.back().c_str(),
-             lineRuns(svg, fps, *series.rows, [](const TimelineRow& r) -> std::optional<double> {
-                 if (r.paused) return std::nullopt;
-                 return r.ofps;
-             })});
+        styles.push_back(std::string("stroke=\"") + seriesColour(i) + "\" stroke-width=\"1.5\"");
+        rates.push_back({series.name.c_str(), styles.back().c_str(),
+                         lineRuns(svg, fps, *series.rows, displayedFps)});
         temperatures.push_back({series.name.c_str(), styles.back().c_str(),
                                 lineRuns(svg, temperature, *series.rows,
                                          [](const TimelineRow& r) -> std::optional<double> {

@@ -25,8 +25,8 @@ struct ChartInput {
 // axis, with the pauses shaded.
 std::string RenderChart(const ChartInput& input);
 
-// compare.svg: the frame rate and the device's temperature of several runs of one scenario, on
-// shared axes, one colour per run.
+// compare.svg: the displayed frame rate (frames shown per second of each row) and the device's
+// temperature of several runs of one scenario, on shared axes, one colour per run.
 struct ComparisonSeries {
     std::string name;
     const std::vector<TimelineRow>* rows = nullptr;

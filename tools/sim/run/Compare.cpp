@@ -67,7 +67,8 @@ void WriteComparison(OutputSet& outputs, const Scenario& scenario,
     ComparisonChartInput chart;
     chart.title = "talvex-sim: " + scenario.name + ", policies compared";
     chart.subtitle = std::to_string(scenario.refreshRate_Hz) + " Hz screen, seed " +
-                     std::to_string(scenario.seed) + "; OFPS per second, device temperature";
+                     std::to_string(scenario.seed) +
+                     "; displayed FPS (frames shown per second), device temperature";
     chart.refreshRate_Hz = scenario.refreshRate_Hz;
     // Every policy runs the same settings, so the first run's bounds are every run's.
     chart.temperatureUpperBound_C = records.front().finalBounds.temperatureUpper_C;

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "SimTestSupport.h"
 #include "tools/sim/output/Chart.h"
@@ -101,6 +103,63 @@ TEST(ChartTest, IsAnSvgWithThePausesShadedAndTheBoundsDrawn) {
     EXPECT_NE(svg.find("threshold 1500 mA"), std::string::npos);
     EXPECT_NE(svg.find("upper bound 45"), std::string::npos);
     EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
+}
+
+// The value of attribute `name` in the element starting at `at`.
+std::string attributeAt(const std::string& svg, size_t at, const std::string& name) {
+    const size_t start = svg.find(" " + name + "=\"", at) + name.size() + 3;
+    return svg.substr(start, svg.find('"', start) - start);
+}
+
+// The y of the grid line a value axis labels `text`.
+double gridLineY(const std::string& svg, const std::string& text) {
+    const size_t labelAt = svg.find("\">" + text + "</text>");
+    if (labelAt == std::string::npos) return -1.0;
+    return std::stod(attributeAt(svg, svg.rfind("<line", labelAt), "y1"));
+}
+
+// The y of every point of every polyline, a list per polyline in drawing order.
+std::vector<std::vector<double>> polylineYs(const std::string& svg) {
+    std::vector<std::vector<double>> lines;
+    for (size_t at = svg.find("<polyline"); at != std::string::npos;
+         at = svg.find("<polyline", at + 1)) {
+        std::istringstream points(attributeAt(svg, at, "points"));
+        lines.emplace_back();
+        double x = 0.0;
+        double y = 0.0;
+        char comma = 0;
+        while (points >> x >> comma >> y) lines.back().push_back(y);
+    }
+    return lines;
+}
+
+TEST(ComparisonChartTest, PlotsTheFramesShownPerSecondOfEachRunningRow) {
+    // 20 frames on the glass in half a second: 40 displayed FPS where the game rendered 60.
+    std::vector<TimelineRow> rows;
+    for (int i = 1; i <= 5; ++i) {
+        rows.push_back(row(0.5 * i, 60, -1, i == 3));
+        rows.back().interval_s = 0.5;
+        rows.back().shownFrames = i == 3 ? 0 : 20;
+        rows.back().deviceTemperature_C = 44.0;
+    }
+    ComparisonChartInput input;
+    input.series = {{"talvex", &rows}};
+    const std::string svg = RenderComparisonChart(input);
+    EXPECT_NE(svg.find("displayed FPS"), std::string::npos);
+    const double at40 = gridLineY(svg, "40");
+    const double at60 = gridLineY(svg, "60");
+    ASSERT_GT(at40, 0.0);
+    ASSERT_GT(at60, 0.0);
+    // The rates come first, broken by the pause; the temperature follows.
+    const std::vector<std::vector<double>> lines = polylineYs(svg);
+    ASSERT_EQ(lines.size(), 3u);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(lines[i].size(), 2u);
+        for (const double y : lines[i]) EXPECT_DOUBLE_EQ(y, at40) << "run " << i;
+    }
+    for (const auto& line : lines) {
+        for (const double y : line) EXPECT_NE(y, at60);
+    }
 }
 
 TEST(ReportJsonTest, KeepsItsShapeNullsAndThreeDecimals) {
