@@ -162,6 +162,103 @@ TEST(ComparisonChartTest, PlotsTheFramesShownPerSecondOfEachRunningRow) {
     }
 }
 
+// One attribute of every bar of a histogram, in drawing order.
+std::vector<std::string> barAttributes(const std::string& svg, const std::string& name) {
+    std::vector<std::string> values;
+    const std::string bar = "<rect class=\"bar\"";
+    for (size_t at = svg.find(bar); at != std::string::npos; at = svg.find(bar, at + 1)) {
+        values.push_back(attributeAt(svg, at, name));
+    }
+    return values;
+}
+
+std::vector<double> barValues(const std::string& svg, const std::string& name) {
+    std::vector<double> values;
+    for (const std::string& value : barAttributes(svg, name)) values.push_back(std::stod(value));
+    return values;
+}
+
+// The colour of the swatch beside a legend's entry.
+std::string legendColour(const std::string& svg, const std::string& entry) {
+    const size_t at = svg.find(">" + entry + "</text>");
+    if (at == std::string::npos) return "<no entry '" + entry + "'>";
+    return attributeAt(svg, svg.rfind("<line", at), "stroke");
+}
+
+TEST(IntervalHistogramTest, BarsStandInProportionToEachPolicysSharesGroupedByPeriod) {
+    IntervalHistogramInput input;
+    input.series = {{"talvex", {6, 2, 0, 0, 0, 0}},
+                    {"governor", {1, 1, 1, 1, 0, 0}},
+                    {"fixed:45", {0, 0, 0, 0, 0, 3}}};
+    const std::string svg = RenderIntervalHistogram(input);
+    const std::vector<double> heights = barValues(svg, "height");
+    const std::vector<double> ys = barValues(svg, "y");
+    const std::vector<double> xs = barValues(svg, "x");
+    ASSERT_EQ(heights.size(), 18u);
+    const std::vector<double> percent = {75, 25, 0, 0, 0, 0, 25, 25, 25,
+                                         25, 0,  0, 0, 0, 0, 0,  0,  100};
+    const double quarter = heights[1];
+    ASSERT_GT(quarter, 10.0);
+    for (size_t i = 0; i < heights.size(); ++i) {
+        EXPECT_NEAR(heights[i], quarter * percent[i] / 25.0, 0.2) << "bar " << i;
+        EXPECT_NEAR(ys[i] + heights[i], ys[0] + heights[0], 0.1) << "bar " << i;  // on the axis
+    }
+    // Along x: period by period, and within a period the policies in their order.
+    for (size_t bin = 0; bin < 6; ++bin) {
+        EXPECT_LT(xs[bin], xs[6 + bin]);
+        EXPECT_LT(xs[6 + bin], xs[12 + bin]);
+        if (bin > 0) {
+            EXPECT_LT(xs[12 + bin - 1], xs[bin]);
+        }
+    }
+    EXPECT_NE(svg.find(">75.0</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">100.0</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">1 (16.7 ms)</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">6+ (100.0+ ms)</text>"), std::string::npos);
+}
+
+TEST(IntervalHistogramTest, TheLegendNamesEveryPolicyInItsComparisonColour) {
+    const std::vector<TimelineRow> rows = {row(1, 60, -1), row(2, 60, -1)};
+    ComparisonChartInput comparison;
+    IntervalHistogramInput histogram;
+    histogram.refreshRate_Hz = 120;
+    for (const char* name : {"talvex", "governor", "none"}) {
+        comparison.series.push_back({name, &rows});
+        histogram.series.push_back({name, {1, 0, 0, 0, 0, 0}});
+    }
+    const std::string lines = RenderComparisonChart(comparison);
+    const std::string bars = RenderIntervalHistogram(histogram);
+    const std::vector<std::string> fills = barAttributes(bars, "fill");
+    ASSERT_EQ(fills.size(), 18u);
+    for (size_t i = 0; i < histogram.series.size(); ++i) {
+        const std::string& name = histogram.series[i].name;
+        EXPECT_EQ(legendColour(bars, name), legendColour(lines, name)) << name;
+        for (size_t bin = 0; bin < 6; ++bin)
+            EXPECT_EQ(fills[6 * i + bin], legendColour(bars, name));
+    }
+    EXPECT_NE(fills[0], fills[6]);
+    EXPECT_NE(bars.find(">1 (8.3 ms)</text>"), std::string::npos);  // periods of the 120 Hz panel
+}
+
+TEST(IntervalHistogramTest, APolicyThatShowedNoFrameDrawsNoBarAndSaysSo) {
+    IntervalHistogramInput input;
+    input.series = {{"none", {}}, {"talvex", {4, 0, 0, 0, 0, 0}}};
+    const std::string svg = RenderIntervalHistogram(input);
+    EXPECT_EQ(barValues(svg, "height").size(), 6u);
+    EXPECT_EQ(svg.find("nan"), std::string::npos);
+    EXPECT_EQ(svg.find("inf"), std::string::npos);
+    EXPECT_NE(svg.find(">none: no frames shown</text>"), std::string::npos);
+    for (const std::string& fill : barAttributes(svg, "fill")) {
+        EXPECT_EQ(fill, legendColour(svg, "talvex"));
+    }
+
+    input.series = {{"none", {}}};
+    const std::string alone = RenderIntervalHistogram(input);
+    EXPECT_TRUE(barValues(alone, "height").empty());
+    EXPECT_NE(alone.find(">none: no frames shown</text>"), std::string::npos);
+    EXPECT_EQ(alone.substr(alone.size() - 7), "</svg>\n");
+}
+
 TEST(ReportJsonTest, KeepsItsShapeNullsAndThreeDecimals) {
     Report report;
     report.timeToFirstDecrease_s = 1.0;
