@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <functional>
 #include <limits>
+#include <numeric>
 #include <optional>
 
 #include "tools/sim/base/Text.h"
@@ -122,11 +123,12 @@ class Svg {
         body += "/>\n";
     }
 
-    void Frame(const Panel& panel, double timeStep) {
+    // Grid lines about five values apart unless `valueStep` says how far.
+    void Frame(const Panel& panel, double timeStep, double valueStep = 0.0) {
         body += "<rect x=\"" + number(kLeft) + "\" y=\"" + number(panel.top) + "\" width=\"" +
                 number(kPlotWidth) + "\" height=\"" + number(panel.height) +
                 "\" fill=\"none\" stroke=\"#999\"/>\n";
-        const double valueStep = niceStep(panel.values.high - panel.values.low, 5);
+        if (!(valueStep > 0.0)) valueStep = niceStep(panel.values.high - panel.values.low, 5);
         for (const double v : ticks(panel.values.low, panel.values.high, valueStep)) {
             const double y = Y(panel, v);
             Line(kLeft, y, kLeft + kPlotWidth, y, "stroke=\"#e4e4e4\"");
@@ -202,17 +204,29 @@ struct Series {
     std::vector<std::vector<Point>> runs;
 };
 
+struct LegendEntry {
+    std::string text;
+    const char* style;  // of the swatch's line
+};
+
+// In one row ending at the plot's right edge, in the order given; `y` is the text's baseline.
+void drawLegend(Svg& svg, double y, const std::vector<LegendEntry>& entries) {
+    double x = kLeft + kPlotWidth - 8;
+    for (auto it = entries.rbegin(); it != entries.rend(); ++it) {
+        x -= 40.0 + 6.6 * static_cast<double>(it->text.size());
+        svg.Line(x, y - 4, x + 22, y - 4, it->style);
+        svg.Text(x + 26, y, it->text, "start", 11);
+    }
+}
+
 // A legend only where a panel holds more than one series; the panel's title names a lone one.
 void drawSeries(Svg& svg, const Panel& panel, const std::vector<Series>& series) {
-    double legendX = kLeft + kPlotWidth - 8;
+    std::vector<LegendEntry> entries;
     for (auto it = series.rbegin(); it != series.rend(); ++it) {
         for (const auto& run : it->runs) svg.Polyline(run, it->style);
-        if (series.size() < 2) continue;
-        const double width = 40.0 + 6.6 * static_cast<double>(std::string(it->name).size());
-        legendX -= width;
-        svg.Line(legendX, panel.top + 12, legendX + 22, panel.top + 12, it->style);
-        svg.Text(legendX + 26, panel.top + 16, it->name, "start", 11);
     }
+    for (const Series& s : series) entries.push_back({s.name, s.style});
+    if (series.size() > 1) drawLegend(svg, panel.top + 16, entries);
 }
 
 void drawBound(Svg& svg, const Panel& panel, double value, const std::string& text) {
@@ -343,6 +357,20 @@ Panel frameRatePanelAbove(double highestFps, const char* title) {
     return {70.0, 250.0, niceRange(0.0, highestFps + 5.0, 6), title};
 }
 
+// Each run of a comparison in its own colour, the same in every chart of the comparison.
+const char* seriesColour(size_t index) {
+    static constexpr const char* kColours[] = {"#d62728", "#1f77b4", "#7f7f7f", "#2ca02c",
+                                               "#9467bd", "#ff7f0e", "#8c564b", "#e377c2"};
+    return kColours[index % (sizeof kColours / sizeof kColours[0])];
+}
+
+// What reached the glass over a row's stretch: a frame rendered but never shown counts in the
+// OFPS and not here.
+std::optional<double> displayedFps(const TimelineRow& row) {
+    if (row.paused || !(row.interval_s > 0.0)) return std::nullopt;
+    return row.shownFrames / row.interval_s;
+}
+
 }  // namespace
 
 std::string RenderChart(const ChartInput& input) {
@@ -381,18 +409,16 @@ std::string RenderChart(const ChartInput& input) {
 }
 
 std::string RenderComparisonChart(const ComparisonChartInput& input) {
-    static const char* const kColours[] = {"#d62728", "#1f77b4", "#7f7f7f", "#2ca02c",
-                                           "#9467bd", "#ff7f0e", "#8c564b", "#e377c2"};
     Extents extents{1.0, static_cast<double>(input.refreshRate_Hz), input.temperatureUpperBound_C,
                     input.temperatureUpperBound_C};
     for (const ComparisonSeries& series : input.series) {
         for (const TimelineRow& row : *series.rows) {
-            extents.Take(row.time_s, row.ofps, row.deviceTemperature_C);
+            extents.Take(row.time_s, displayedFps(row).value_or(0.0), row.deviceTemperature_C);
         }
     }
     const TimeScale scale = timeScaleFor(extents.duration_s);
     Svg svg(scale.duration_s, scale.unit_s);
-    const Panel fps = frameRatePanelAbove(extents.highestFps, "Frame rate (OFPS)");
+    const Panel fps = frameRatePanelAbove(extents.highestFps, "Frame rate (displayed FPS)");
     const Panel temperature{
         350.0, 200.0, niceRange(extents.lowTemperature - 1.0, extents.highTemperature + 2.0, 5),
         "Device temperature (\u00b0C)"};
@@ -406,14 +432,9 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     styles.reserve(input.series.size());
     for (size_t i = 0; i < input.series.size(); ++i) {
         const ComparisonSeries& series = input.series[i];
-        const char* colour = kColours[i % (sizeof kColours / sizeof kColours[0])];
-        styles.push_back(std::string("stroke=\"") + colour + "\" stroke-width=\"1.5\"");
-        rates.push_back(
-            {series.name.c_str(), styles.back().c_str(),
-             lineRuns(svg, fps, *series.rows, [](const TimelineRow& r) -> std::optional<double> {
-                 if (r.paused) return std::nullopt;
-                 return r.ofps;
-             })});
+        styles.push_back(std::string("stroke=\"") + seriesColour(i) + "\" stroke-width=\"1.5\"");
+        rates.push_back({series.name.c_str(), styles.back().c_str(),
+                         lineRuns(svg, fps, *series.rows, displayedFps)});
         temperatures.push_back({series.name.c_str(), styles.back().c_str(),
                                 lineRuns(svg, temperature, *series.rows,
                                          [](const TimelineRow& r) -> std::optional<double> {
@@ -539,6 +560,100 @@ std::string RenderParetoChart(const ParetoChartInput& input) {
              "under the objective",
              "start", 11, " fill=\"#555\"");
     return document(svg, paretoApart(svg, input.apart, bottom), input.title, input.subtitle);
+}
+
+namespace {
+
+constexpr size_t kPeriodBins = ShownFrames::kPeriodBins;
+
+// "2 (33.3 ms)"; the last bin holds every longer interval too.
+std::string periodLabel(size_t bin, int refreshRate_Hz) {
+    const std::string more = bin + 1 == kPeriodBins ? "+" : "";
+    const double length_ms = static_cast<double>(bin + 1) * 1000.0 / std::max(refreshRate_Hz, 1);
+    return std::to_string(bin + 1) + more + " (" + Fixed(length_ms, 1) + more + " ms)";
+}
+
+std::uint64_t intervalsOf(const IntervalHistogramSeries& series) {
+    return std::accumulate(series.periods.begin(), series.periods.end(), std::uint64_t{0});
+}
+
+// Percent of the run's intervals in each bin; nothing when it showed no frame.
+std::optional<std::array<double, kPeriodBins>> shares(const IntervalHistogramSeries& series) {
+    const std::uint64_t total = intervalsOf(series);
+    if (total == 0) return std::nullopt;
+    std::array<double, kPeriodBins> percent{};
+    for (size_t bin = 0; bin < kPeriodBins; ++bin) {
+        percent[bin] =
+            100.0 * static_cast<double>(series.periods[bin]) / static_cast<double>(total);
+    }
+    return percent;
+}
+
+// A share that rounds to nothing but is not nothing says so.
+std::string shareFigure(double percent) {
+    return percent > 0.0 && percent < 0.05 ? "<0.1" : Fixed(percent, 1);
+}
+
+// One group of bars per bin, a bar per run in the order given, its share written above it
+// where the bin holds any and the bars are wide enough for the figure.
+void histogramBars(Svg& svg, const Panel& panel, const IntervalHistogramInput& input) {
+    const double group = svg.X(1.0) - svg.X(0.0);
+    const double bar = 0.8 * group / static_cast<double>(std::max<size_t>(input.series.size(), 1));
+    const double bottom = panel.top + panel.height;
+    for (size_t i = 0; i < input.series.size(); ++i) {
+        const IntervalHistogramSeries& series = input.series[i];
+        const auto percent = shares(series);
+        if (!percent) continue;
+        for (size_t bin = 0; bin < kPeriodBins; ++bin) {
+            const double x =
+                svg.X(static_cast<double>(bin)) + 0.1 * group + bar * static_cast<double>(i);
+            const double y = Svg::Y(panel, (*percent)[bin]);
+            const std::string tip = series.name + ": " + periodLabel(bin, input.refreshRate_Hz) +
+                                    ", " + shareFigure((*percent)[bin]) + " % of " +
+                                    GroupThousands(intervalsOf(series)) + " intervals";
+            svg.Raw("<rect class=\"bar\" x=\"" + number(x) + "\" y=\"" + number(y) + "\" width=\"" +
+                    number(0.9 * bar) + "\" height=\"" + number(bottom - y) + "\" fill=\"" +
+                    seriesColour(i) + "\"><title>" + escaped(tip) + "</title></rect>\n");
+            if (bar >= 26.0 && series.periods[bin] > 0) {
+                svg.Text(x + 0.45 * bar, y - 3, shareFigure((*percent)[bin]), "middle", 10);
+            }
+        }
+    }
+}
+
+void histogramLegend(Svg& svg, const Panel& panel, const IntervalHistogramInput& input) {
+    std::vector<std::string> styles;  // the entries point at them, so they must not move
+    styles.reserve(input.series.size());
+    std::vector<LegendEntry> entries;
+    for (size_t i = 0; i < input.series.size(); ++i) {
+        const IntervalHistogramSeries& series = input.series[i];
+        styles.push_back(std::string("stroke=\"") + seriesColour(i) + "\" stroke-width=\"8\"");
+        entries.push_back({shares(series) ? series.name : series.name + ": no frames shown",
+                           styles.back().c_str()});
+    }
+    drawLegend(svg, panel.top - 10, entries);
+}
+
+}  // namespace
+
+std::string RenderIntervalHistogram(const IntervalHistogramInput& input) {
+    Svg svg(static_cast<double>(kPeriodBins), 1.0);
+    // Above 100 %, room for the panel's title and the figure over a bar that holds every
+    // interval.
+    const Panel plot{80.0, 300.0, {0.0, 115.0}, "Share of each policy's displayed intervals (%)"};
+    svg.Frame(plot, 1.0, 20.0);
+    const double bottom = plot.top + plot.height;
+    for (size_t bin = 0; bin < kPeriodBins; ++bin) {
+        svg.Text(svg.X(bin + 0.5), bottom + 16, periodLabel(bin, input.refreshRate_Hz), "middle",
+                 11);
+    }
+    svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38,
+             "interval from one displayed frame to the next, in refresh periods of the " +
+                 std::to_string(input.refreshRate_Hz) + " Hz panel",
+             "middle", 12);
+    histogramBars(svg, plot, input);
+    histogramLegend(svg, plot, input);
+    return document(svg, bottom + 60.0, input.title, input.subtitle);
 }
 
 }  // namespace TalvexSim

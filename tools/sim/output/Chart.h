@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <cmath>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -25,8 +27,8 @@ struct ChartInput {
 // axis, with the pauses shaded.
 std::string RenderChart(const ChartInput& input);
 
-// compare.svg: the frame rate and the device's temperature of several runs of one scenario, on
-// shared axes, one colour per run.
+// compare.svg: the displayed frame rate (frames shown per second of each row) and the device's
+// temperature of several runs of one scenario, on shared axes, one colour per run.
 struct ComparisonSeries {
     std::string name;
     const std::vector<TimelineRow>* rows = nullptr;
@@ -39,6 +41,21 @@ struct ComparisonChartInput {
     double temperatureUpperBound_C = 45.0;
 };
 std::string RenderComparisonChart(const ComparisonChartInput& input);
+
+// display-intervals.svg: the present-to-present intervals each run showed, in whole refresh
+// periods of the panel's top rate, as shares of that run's intervals; a group of bars per
+// period, a bar per run in the colours of compare.svg.
+struct IntervalHistogramSeries {
+    std::string name;
+    std::array<std::uint64_t, ShownFrames::kPeriodBins> periods{};  // the last: that many or more
+};
+struct IntervalHistogramInput {
+    std::string title;
+    std::string subtitle;
+    int refreshRate_Hz = 60;
+    std::vector<IntervalHistogramSeries> series;
+};
+std::string RenderIntervalHistogram(const IntervalHistogramInput& input);
 
 // pareto.svg: one point per run of a sweep, its peak temperature against its mean FPS; the
 // Pareto front joined and labelled, the best run under the objective ringed, the objective's

@@ -20,6 +20,33 @@ std::string orNa(const MetricValues& metrics, const char* key) {
     return cell.empty() ? "n/a" : cell;
 }
 
+// compare.svg and display-intervals.svg, each policy in the same colour in both.
+void writeCharts(OutputSet& outputs, const Scenario& scenario,
+                 const std::vector<SessionRecord>& records) {
+    const std::string setting = std::to_string(scenario.refreshRate_Hz) + " Hz screen, seed " +
+                                std::to_string(scenario.seed);
+    ComparisonChartInput chart;
+    chart.title = "talvex-sim: " + scenario.name + ", policies compared";
+    chart.subtitle = setting + "; displayed FPS (frames shown per second), device temperature";
+    chart.refreshRate_Hz = scenario.refreshRate_Hz;
+    // Every policy runs the same settings, so the first run's bounds are every run's.
+    chart.temperatureUpperBound_C = records.front().finalBounds.temperatureUpper_C;
+    for (const SessionRecord& record : records) {
+        chart.series.push_back({record.policy, &record.chartRows});
+    }
+    outputs.Put("compare.svg", RenderComparisonChart(chart));
+
+    IntervalHistogramInput histogram;
+    histogram.title = "talvex-sim: " + scenario.name + ", displayed intervals";
+    histogram.subtitle =
+        setting + "; each policy's intervals between displayed frames, in refresh periods";
+    histogram.refreshRate_Hz = scenario.refreshRate_Hz;
+    for (const SessionRecord& record : records) {
+        histogram.series.push_back({record.policy, record.report.displayIntervalHistogram});
+    }
+    outputs.Put("display-intervals.svg", RenderIntervalHistogram(histogram));
+}
+
 }  // namespace
 
 std::string PolicyFolder(const Policy& policy) {
@@ -58,24 +85,15 @@ void WriteComparison(OutputSet& outputs, const Scenario& scenario,
         for (const char* key : kHeadline) md << ' ' << orNa(metrics, key) << " |";
         md << '\n';
     }
-    md << "\n![FPS and temperature of each policy](compare.svg)\n";
+    md << "\n![FPS and temperature of each policy](compare.svg)\n"
+       << "\n![Displayed intervals of each policy](display-intervals.svg)\n";
     for (const SessionRecord& record : records) {
         if (record.report.diagnostics.empty()) continue;
         md << "\n## Findings under " << record.policy << "\n\n";
         for (const Finding& finding : record.report.diagnostics) md << "- " << finding.text << '\n';
     }
 
-    ComparisonChartInput chart;
-    chart.title = "talvex-sim: " + scenario.name + ", policies compared";
-    chart.subtitle = std::to_string(scenario.refreshRate_Hz) + " Hz screen, seed " +
-                     std::to_string(scenario.seed) + "; OFPS per second, device temperature";
-    chart.refreshRate_Hz = scenario.refreshRate_Hz;
-    // Every policy runs the same settings, so the first run's bounds are every run's.
-    chart.temperatureUpperBound_C = records.front().finalBounds.temperatureUpper_C;
-    for (const SessionRecord& record : records) {
-        chart.series.push_back({record.policy, &record.chartRows});
-    }
-    outputs.Put("compare.svg", RenderComparisonChart(chart));
+    writeCharts(outputs, scenario, records);
 }
 
 std::string FormatComparison(const Scenario& scenario, const std::vector<SessionRecord>& records,
@@ -102,8 +120,9 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
                       cells[3].c_str(), cells[4].c_str(), cells[5].c_str(), cells[6].c_str());
         text += line;
     }
-    text += "  outputs        " + directory +
-            "/ (compare.md, compare.csv, compare.svg, a folder per policy)\n";
+    text +=
+        "  outputs        " + directory +
+        "/ (compare.md, compare.csv, compare.svg, display-intervals.svg, a folder per policy)\n";
     return text;
 }
 

@@ -13,7 +13,8 @@ namespace TalvexSim {
 // The folder of a policy's run under compare/: its name, with ':' (fixed:45) made '-'.
 std::string PolicyFolder(const Policy& policy);
 
-// compare.md, compare.csv (a row per policy, the report's metrics as columns) and compare.svg.
+// compare.md, compare.csv (a row per policy, the report's metrics as columns), compare.svg and
+// display-intervals.svg.
 void WriteComparison(OutputSet& outputs, const Scenario& scenario,
                      const std::vector<SessionRecord>& records);
 

@@ -132,8 +132,8 @@ TEST(CommandLineTest, CompareRunsEachPolicyOnTheSameFramesAndRerunsIdentically) 
     EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 4);
     EXPECT_NE(csv.find("\nfixed:45,"), std::string::npos);
     EXPECT_NE(csv.find("\ntalvex+deadline,"), std::string::npos);
-    for (const char* file : {"compare.md", "compare.svg", "talvex/report.json",
-                             "fixed-45/timeline.csv", "fixed-45/report.md"}) {
+    for (const char* file : {"compare.md", "compare.svg", "display-intervals.svg",
+                             "talvex/report.json", "fixed-45/timeline.csv", "fixed-45/report.md"}) {
         EXPECT_TRUE(std::filesystem::exists(folder + "/compare/" + file)) << file;
     }
     // The cap of 45 is held: its report says so.

@@ -3,6 +3,8 @@
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "SimTestSupport.h"
 #include "tools/sim/output/Chart.h"
@@ -101,6 +103,160 @@ TEST(ChartTest, IsAnSvgWithThePausesShadedAndTheBoundsDrawn) {
     EXPECT_NE(svg.find("threshold 1500 mA"), std::string::npos);
     EXPECT_NE(svg.find("upper bound 45"), std::string::npos);
     EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
+}
+
+// The value of attribute `name` in the element starting at `at`.
+std::string attributeAt(const std::string& svg, size_t at, const std::string& name) {
+    const size_t start = svg.find(" " + name + "=\"", at) + name.size() + 3;
+    return svg.substr(start, svg.find('"', start) - start);
+}
+
+// The y of the grid line a value axis labels `text`.
+double gridLineY(const std::string& svg, const std::string& text) {
+    const size_t labelAt = svg.find("\">" + text + "</text>");
+    if (labelAt == std::string::npos) return -1.0;
+    return std::stod(attributeAt(svg, svg.rfind("<line", labelAt), "y1"));
+}
+
+// The y of every point of every polyline, a list per polyline in drawing order.
+std::vector<std::vector<double>> polylineYs(const std::string& svg) {
+    std::vector<std::vector<double>> lines;
+    for (size_t at = svg.find("<polyline"); at != std::string::npos;
+         at = svg.find("<polyline", at + 1)) {
+        std::istringstream points(attributeAt(svg, at, "points"));
+        lines.emplace_back();
+        double x = 0.0;
+        double y = 0.0;
+        char comma = 0;
+        while (points >> x >> comma >> y) lines.back().push_back(y);
+    }
+    return lines;
+}
+
+TEST(ComparisonChartTest, PlotsTheFramesShownPerSecondOfEachRunningRow) {
+    // 20 frames on the glass in half a second: 40 displayed FPS where the game rendered 60.
+    std::vector<TimelineRow> rows;
+    for (int i = 1; i <= 5; ++i) {
+        rows.push_back(row(0.5 * i, 60, -1, i == 3));
+        rows.back().interval_s = 0.5;
+        rows.back().shownFrames = i == 3 ? 0 : 20;
+        rows.back().deviceTemperature_C = 44.0;
+    }
+    ComparisonChartInput input;
+    input.series = {{"talvex", &rows}};
+    const std::string svg = RenderComparisonChart(input);
+    EXPECT_NE(svg.find("displayed FPS"), std::string::npos);
+    const double at40 = gridLineY(svg, "40");
+    const double at60 = gridLineY(svg, "60");
+    ASSERT_GT(at40, 0.0);
+    ASSERT_GT(at60, 0.0);
+    // The rates come first, broken by the pause; the temperature follows.
+    const std::vector<std::vector<double>> lines = polylineYs(svg);
+    ASSERT_EQ(lines.size(), 3u);
+    for (size_t i = 0; i < 2; ++i) {
+        EXPECT_EQ(lines[i].size(), 2u);
+        for (const double y : lines[i]) EXPECT_DOUBLE_EQ(y, at40) << "run " << i;
+    }
+    for (const auto& line : lines) {
+        for (const double y : line) EXPECT_NE(y, at60);
+    }
+}
+
+// One attribute of every bar of a histogram, in drawing order.
+std::vector<std::string> barAttributes(const std::string& svg, const std::string& name) {
+    std::vector<std::string> values;
+    const std::string bar = "<rect class=\"bar\"";
+    for (size_t at = svg.find(bar); at != std::string::npos; at = svg.find(bar, at + 1)) {
+        values.push_back(attributeAt(svg, at, name));
+    }
+    return values;
+}
+
+std::vector<double> barValues(const std::string& svg, const std::string& name) {
+    std::vector<double> values;
+    for (const std::string& value : barAttributes(svg, name)) values.push_back(std::stod(value));
+    return values;
+}
+
+// The colour of the swatch beside a legend's entry.
+std::string legendColour(const std::string& svg, const std::string& entry) {
+    const size_t at = svg.find(">" + entry + "</text>");
+    if (at == std::string::npos) return "<no entry '" + entry + "'>";
+    return attributeAt(svg, svg.rfind("<line", at), "stroke");
+}
+
+TEST(IntervalHistogramTest, BarsStandInProportionToEachPolicysSharesGroupedByPeriod) {
+    IntervalHistogramInput input;
+    input.series = {{"talvex", {6, 2, 0, 0, 0, 0}},
+                    {"governor", {1, 1, 1, 1, 0, 0}},
+                    {"fixed:45", {0, 0, 0, 0, 0, 3}}};
+    const std::string svg = RenderIntervalHistogram(input);
+    const std::vector<double> heights = barValues(svg, "height");
+    const std::vector<double> ys = barValues(svg, "y");
+    const std::vector<double> xs = barValues(svg, "x");
+    ASSERT_EQ(heights.size(), 18u);
+    const std::vector<double> percent = {75, 25, 0, 0, 0, 0, 25, 25, 25,
+                                         25, 0,  0, 0, 0, 0, 0,  0,  100};
+    const double quarter = heights[1];
+    ASSERT_GT(quarter, 10.0);
+    for (size_t i = 0; i < heights.size(); ++i) {
+        EXPECT_NEAR(heights[i], quarter * percent[i] / 25.0, 0.2) << "bar " << i;
+        EXPECT_NEAR(ys[i] + heights[i], ys[0] + heights[0], 0.1) << "bar " << i;  // on the axis
+    }
+    // Along x: period by period, and within a period the policies in their order.
+    for (size_t bin = 0; bin < 6; ++bin) {
+        EXPECT_LT(xs[bin], xs[6 + bin]);
+        EXPECT_LT(xs[6 + bin], xs[12 + bin]);
+        if (bin > 0) {
+            EXPECT_LT(xs[12 + bin - 1], xs[bin]);
+        }
+    }
+    EXPECT_NE(svg.find(">75.0</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">100.0</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">1 (16.7 ms)</text>"), std::string::npos);
+    EXPECT_NE(svg.find(">6+ (100.0+ ms)</text>"), std::string::npos);
+}
+
+TEST(IntervalHistogramTest, TheLegendNamesEveryPolicyInItsComparisonColour) {
+    const std::vector<TimelineRow> rows = {row(1, 60, -1), row(2, 60, -1)};
+    ComparisonChartInput comparison;
+    IntervalHistogramInput histogram;
+    histogram.refreshRate_Hz = 120;
+    for (const char* name : {"talvex", "governor", "none"}) {
+        comparison.series.push_back({name, &rows});
+        histogram.series.push_back({name, {1, 0, 0, 0, 0, 0}});
+    }
+    const std::string lines = RenderComparisonChart(comparison);
+    const std::string bars = RenderIntervalHistogram(histogram);
+    const std::vector<std::string> fills = barAttributes(bars, "fill");
+    ASSERT_EQ(fills.size(), 18u);
+    for (size_t i = 0; i < histogram.series.size(); ++i) {
+        const std::string& name = histogram.series[i].name;
+        EXPECT_EQ(legendColour(bars, name), legendColour(lines, name)) << name;
+        for (size_t bin = 0; bin < 6; ++bin)
+            EXPECT_EQ(fills[6 * i + bin], legendColour(bars, name));
+    }
+    EXPECT_NE(fills[0], fills[6]);
+    EXPECT_NE(bars.find(">1 (8.3 ms)</text>"), std::string::npos);  // periods of the 120 Hz panel
+}
+
+TEST(IntervalHistogramTest, APolicyThatShowedNoFrameDrawsNoBarAndSaysSo) {
+    IntervalHistogramInput input;
+    input.series = {{"none", {}}, {"talvex", {4, 0, 0, 0, 0, 0}}};
+    const std::string svg = RenderIntervalHistogram(input);
+    EXPECT_EQ(barValues(svg, "height").size(), 6u);
+    EXPECT_EQ(svg.find("nan"), std::string::npos);
+    EXPECT_EQ(svg.find("inf"), std::string::npos);
+    EXPECT_NE(svg.find(">none: no frames shown</text>"), std::string::npos);
+    for (const std::string& fill : barAttributes(svg, "fill")) {
+        EXPECT_EQ(fill, legendColour(svg, "talvex"));
+    }
+
+    input.series = {{"none", {}}};
+    const std::string alone = RenderIntervalHistogram(input);
+    EXPECT_TRUE(barValues(alone, "height").empty());
+    EXPECT_NE(alone.find(">none: no frames shown</text>"), std::string::npos);
+    EXPECT_EQ(alone.substr(alone.size() - 7), "</svg>\n");
 }
 
 TEST(ReportJsonTest, KeepsItsShapeNullsAndThreeDecimals) {
