@@ -449,7 +449,7 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
 
 namespace {
 
-// The pareto chart's plot: peak temperature across, mean FPS up, both ranges wide enough for
+// The pareto chart's plot: peak temperature across, displayed FPS up, both ranges wide enough for
 // the points and the objective's bounds.
 struct ParetoPlot {
     Range temperatures;
@@ -472,7 +472,7 @@ ParetoPlot paretoPlot(const ParetoChartInput& input) {
     if (lowFps > highFps) lowFps = highFps = 60.0;
     return {niceRange(lowT - 0.5, highT + 0.5, 6), niceStep(highT - lowT + 1.0, 6),
             Panel{70.0, 420.0, niceRange(lowFps - 1.0, highFps + 1.0, 6),
-                  "Mean FPS against peak temperature, one point per run"}};
+                  "Displayed FPS against peak temperature, one point per run"}};
 }
 
 void paretoBounds(Svg& svg, const ParetoPlot& plot, const ParetoChartInput& input,
