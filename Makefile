@@ -30,7 +30,7 @@ build: configure ## Build the library, tests and tools
 test: build ## Build and run every test (WERROR=1 makes warnings errors)
 	cd $(BUILD_DIR) && ctest --output-on-failure -j $(JOBS)
 
-demo: configure ## Run the simulator's default scenario under the library, the governor alone and neither
+demo: configure ## Run the simulator's default scenario under the library, swap-interval pacing, the governor alone and neither
 	cmake --build $(BUILD_DIR) -j $(JOBS) --target talvex-sim
 	$(BUILD_DIR)/tools/sim/talvex-sim --compare --out out/default
 	@echo "Open out/default/compare/compare.md; each policy's timeline, trace.json (Perfetto UI), chart and report are in its folder there"
