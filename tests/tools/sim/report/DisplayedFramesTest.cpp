@@ -92,5 +92,19 @@ TEST(DisplayedFramesTest, APanelWithModesRunsAtTheLowestMultipleOfTheHeldRate) {
     EXPECT_GT(*fortyFive.cadenceMatch, 0.99);
 }
 
+TEST(DisplayedFramesTest, SwapIntervalPacingShowsFramesLongerThanAPeriodEvenlyAtHalfTheRate) {
+    // Where three buffers mix one and two periods, the pacer settles on two once its 2 s window
+    // has filled: the first two seconds show at the game's own 55.6 FPS.
+    const Report paced = shownRun(18.0, "{}", "swap-interval");
+    EXPECT_NEAR(*paced.displayFps, 30.0 + 2.0 * (1000.0 / 18.0 - 30.0) / 60.0, 0.2);
+    EXPECT_GT(share(paced, 2), 0.9);
+    EXPECT_NEAR(*paced.displayIntervalP50_ms, 1000.0 / 30.0, 0.01);
+    EXPECT_GT(*paced.cadenceMatch, 0.99);
+    // Short frames stay at one period.
+    const Report quick = shownRun(9.0, "{}", "swap-interval");
+    EXPECT_NEAR(*quick.displayFps, 60.0, 0.1);
+    EXPECT_GT(share(quick, 1), 0.999);
+}
+
 }  // namespace
 }  // namespace TalvexSim
