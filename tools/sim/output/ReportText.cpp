@@ -76,6 +76,31 @@ std::string faultTable(const std::vector<FaultOutcome>& faults) {
     return md;
 }
 
+// What the player saw, as rows of the report's table.
+template <typename Row>
+void shownRows(const Report& report, const Row& row) {
+    row("Displayed FPS", report.displayFps ? fixed(*report.displayFps, "") : "no frames shown");
+    row("Cadence match (steady intervals within 2 ms of the held period)",
+        percent(report.cadenceMatch));
+    row("Displayed interval p50 / p99", report.displayIntervalP50_ms
+                                            ? fixed(*report.displayIntervalP50_ms, "", 2) + " / " +
+                                                  fixed(*report.displayIntervalP99_ms, " ms", 2)
+                                            : "no intervals");
+    row("Displayed intervals of 1, 2, 3, 4, 5, 6+ refresh periods", periodCounts(report));
+    row("Slow frames (over 50 / 34 ms)", report.slowFrames50Share
+                                             ? fixed(*report.slowFrames50Share * 100.0, " % / ") +
+                                                   fixed(*report.slowFrames34Share * 100.0, " %")
+                                             : "no intervals");
+    row("Slow session (over 25 % slow after the first minute)", report.slowSession ? "yes" : "no");
+    row("Jank / big jank per hour",
+        report.jankPerHour ? fixed(*report.jankPerHour, " / ") + fixed(*report.bigJankPerHour, "")
+                           : "no frames shown");
+    row("Latency, start of work to glass, p50 / p99",
+        report.latencyP50_ms
+            ? fixed(*report.latencyP50_ms, " / ") + fixed(*report.latencyP99_ms, " ms")
+            : "no frames shown");
+}
+
 }  // namespace
 
 std::string ReportJson(const Report& report) {
@@ -142,26 +167,7 @@ std::string ReportMarkdown(const Report& report) {
     const auto row = [&md](const std::string& metric, const std::string& value) {
         md += "| " + metric + " | " + value + " |\n";
     };
-    row("Displayed FPS", report.displayFps ? fixed(*report.displayFps, "") : "no frames shown");
-    row("Cadence match (steady intervals within 2 ms of the held period)",
-        percent(report.cadenceMatch));
-    row("Displayed interval p50 / p99", report.displayIntervalP50_ms
-                                            ? fixed(*report.displayIntervalP50_ms, "", 2) + " / " +
-                                                  fixed(*report.displayIntervalP99_ms, " ms", 2)
-                                            : "no intervals");
-    row("Displayed intervals of 1, 2, 3, 4, 5, 6+ refresh periods", periodCounts(report));
-    row("Slow frames (over 50 / 34 ms)", report.slowFrames50Share
-                                             ? fixed(*report.slowFrames50Share * 100.0, " % / ") +
-                                                   fixed(*report.slowFrames34Share * 100.0, " %")
-                                             : "no intervals");
-    row("Slow session (over 25 % slow after the first minute)", report.slowSession ? "yes" : "no");
-    row("Jank / big jank per hour",
-        report.jankPerHour ? fixed(*report.jankPerHour, " / ") + fixed(*report.bigJankPerHour, "")
-                           : "no frames shown");
-    row("Latency, start of work to glass, p50 / p99",
-        report.latencyP50_ms
-            ? fixed(*report.latencyP50_ms, " / ") + fixed(*report.latencyP99_ms, " ms")
-            : "no frames shown");
+    shownRows(report, row);
     row("FPS stability (steady time within 1 FPS of the held rate)",
         percent(report.fpsStability) + " of " + fixed(report.steady_s, " s", 0));
     row("Rendered FPS", fixed(report.meanFps, ""));
