@@ -54,6 +54,22 @@ size_t runPlan(const std::string& path) {
     return commands;
 }
 
+// The same sweep planned, its lines run one by one by a shell, then merged, gives the direct
+// sweep's files.
+void expectPlanAgrees(const ScratchDirectory& scratch, const std::vector<std::string>& grid,
+                      const std::string& folder, size_t runs) {
+    std::vector<std::string> planned = grid;
+    planned.insert(planned.end(),
+                   {"--out", scratch.File("planned"), "--plan", scratch.File("plan.txt")});
+    ASSERT_EQ(sweep(planned), 0);
+    ASSERT_EQ(runPlan(scratch.File("plan.txt")), runs);
+    MergeSweep({scratch.File("planned/sweep")}, scratch.File("planned/sweep"));
+    for (const char* file : {"sweep.csv", "sweep.md", "pareto.svg", "recommended.json"}) {
+        EXPECT_EQ(ReadFile(scratch.File("planned/sweep/") + file), ReadFile(folder + "/" + file))
+            << file;
+    }
+}
+
 TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
     ScratchDirectory scratch;
     const std::string scenario = scratch.Write("short.json", ScenarioText("", 90.0));
@@ -76,17 +92,7 @@ TEST(SweepEndToEndTest, ASmallSweepItsPlanAndItsRecommendationAgree) {
     EXPECT_NE(ReadFile(folder + "/runs/002/run.json").find("the library refused"),
               std::string::npos);
 
-    // The same sweep planned, its lines run one by one by a shell, then merged.
-    std::vector<std::string> planned = grid;
-    planned.insert(planned.end(),
-                   {"--out", scratch.File("planned"), "--plan", scratch.File("plan.txt")});
-    ASSERT_EQ(sweep(planned), 0);
-    ASSERT_EQ(runPlan(scratch.File("plan.txt")), 4u);
-    MergeSweep({scratch.File("planned/sweep")}, scratch.File("planned/sweep"));
-    for (const char* file : {"sweep.csv", "sweep.md", "pareto.svg", "recommended.json"}) {
-        EXPECT_EQ(ReadFile(scratch.File("planned/sweep/") + file), ReadFile(folder + "/" + file))
-            << file;
-    }
+    expectPlanAgrees(scratch, grid, folder, 4);
 
     // The recommendation is a scenario's config as it stands, and reproduces its run's row.
     const std::string recommended = ReadFile(folder + "/recommended.json");
@@ -133,16 +139,7 @@ TEST(SweepEndToEndTest, SettingsVaryingTogetherRunInStepAndThePlanAgrees) {
     EXPECT_NE(csvRow(csv, 2).find("2,42,0-abc,refused,"), std::string::npos) << csv;
     EXPECT_EQ(csvRow(csv, 3), "") << csv;
 
-    std::vector<std::string> planned = grid;
-    planned.insert(planned.end(),
-                   {"--out", scratch.File("planned"), "--plan", scratch.File("plan.txt")});
-    ASSERT_EQ(sweep(planned), 0);
-    ASSERT_EQ(runPlan(scratch.File("plan.txt")), 2u);
-    MergeSweep({scratch.File("planned/sweep")}, scratch.File("planned/sweep"));
-    for (const char* file : {"sweep.csv", "sweep.md", "pareto.svg", "recommended.json"}) {
-        EXPECT_EQ(ReadFile(scratch.File("planned/sweep/") + file), ReadFile(folder + "/" + file))
-            << file;
-    }
+    expectPlanAgrees(scratch, grid, folder, 2);
 }
 
 #endif
