@@ -269,8 +269,11 @@ std::optional<Finding> judder(const FindingTallies& tallies, const FindingContex
     return finding;
 }
 
-// A rate the panel could show evenly whose frames land one refresh early or late.
+// A rate the panel could show evenly whose frames land one refresh early or late. A
+// variable-refresh panel has no latch deadline to fall on either side of.
 std::optional<Finding> alternation(const FindingTallies& tallies, const FindingContext& context) {
+    if (context.display != nullptr && context.display->mode == DisplayMode::Vrr)
+        return std::nullopt;
     const CadenceSum sum = offCadence(tallies, context, true);
     if (sum.rates.empty()) return std::nullopt;
     const double off = sum.OffShare() * 100.0;

@@ -91,6 +91,42 @@ TEST(ReportTest, AGameRunningFreeBelowItsCapIsJudgedAgainstItsMedianRate) {
     EXPECT_DOUBLE_EQ(*atCap.Finish(context(40), FrameHistogram()).fpsStability, 29.0 / 30.0);
 }
 
+TEST(ReportTest, DisplayedRatesThatMissTheirCadenceOrHalveAreFindings) {
+    // 30 held on a fixed 60 Hz panel, its frames alternating one refresh early and one late.
+    ReportBuilder alternating;
+    // 60 aimed at, 30 shown for 20 s, the governor lowering the clock for the last 8 of them.
+    ReportBuilder halving;
+    for (int t = 1; t <= 60; ++t) {
+        TimelineRow row = second(t, 30, 30);
+        for (int i = 0; i < 28; ++i) row.shownIntervals_ms.push_back(i % 4 == 0 ? 50.0f : 33.3f);
+        row.shownFrames = 30;
+        alternating.Add(row);
+        TimelineRow full = second(t, 60, t > 20 && t <= 40 ? 30 : 60);
+        full.shownFrames = full.ofps;
+        full.governorState = t > 32 && t <= 40 ? 1 : 0;
+        halving.Add(full);
+    }
+    ReportContext fixed60 = context(60);
+    DisplayParams panel;
+    fixed60.display = panel;
+    const Report alternated = alternating.Finish(fixed60, FrameHistogram());
+    const Finding* alternates = find(alternated, "pacing_alternates");
+    ASSERT_NE(alternates, nullptr);
+    EXPECT_DOUBLE_EQ(evidence(*alternates, "off_cadence_share"), 0.25);
+    EXPECT_EQ(find(alternated, "display_judder"), nullptr);
+    EXPECT_EQ(find(alternated, "display_halved"), nullptr);  // 30 is what it aims at
+    // On a variable-refresh panel nothing is off a cadence the panel cannot keep.
+    fixed60.display.mode = DisplayMode::Vrr;
+    EXPECT_EQ(find(alternating.Finish(fixed60, FrameHistogram()), "pacing_alternates"), nullptr);
+
+    const Report halvedReport = halving.Finish(context(60), FrameHistogram());
+    const Finding* halved = find(halvedReport, "display_halved");
+    ASSERT_NE(halved, nullptr);
+    EXPECT_DOUBLE_EQ(evidence(*halved, "halved_s"), 20.0);
+    EXPECT_DOUBLE_EQ(evidence(*halved, "halved_while_throttled_s"), 8.0);
+    EXPECT_DOUBLE_EQ(evidence(*halved, "first_halved_s"), 21.0);
+}
+
 TEST(ReportTest, SfpsReversalsBetweenTwoValuesAreADither) {
     ReportBuilder builder;
     std::vector<int> sfps = {-1, 50, 49, 48, 47};
