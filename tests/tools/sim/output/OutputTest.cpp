@@ -217,29 +217,6 @@ TEST(IntervalHistogramTest, BarsStandInProportionToEachPolicysSharesGroupedByPer
     EXPECT_NE(svg.find(">6+ (100.0+ ms)</text>"), std::string::npos);
 }
 
-TEST(IntervalHistogramTest, TheLegendNamesEveryPolicyInItsComparisonColour) {
-    const std::vector<TimelineRow> rows = {row(1, 60, -1), row(2, 60, -1)};
-    ComparisonChartInput comparison;
-    IntervalHistogramInput histogram;
-    histogram.refreshRate_Hz = 120;
-    for (const char* name : {"talvex", "governor", "none"}) {
-        comparison.series.push_back({name, &rows});
-        histogram.series.push_back({name, {1, 0, 0, 0, 0, 0}});
-    }
-    const std::string lines = RenderComparisonChart(comparison);
-    const std::string bars = RenderIntervalHistogram(histogram);
-    const std::vector<std::string> fills = barAttributes(bars, "fill");
-    ASSERT_EQ(fills.size(), 18u);
-    for (size_t i = 0; i < histogram.series.size(); ++i) {
-        const std::string& name = histogram.series[i].name;
-        EXPECT_EQ(legendColour(bars, name), legendColour(lines, name)) << name;
-        for (size_t bin = 0; bin < 6; ++bin)
-            EXPECT_EQ(fills[6 * i + bin], legendColour(bars, name));
-    }
-    EXPECT_NE(fills[0], fills[6]);
-    EXPECT_NE(bars.find(">1 (8.3 ms)</text>"), std::string::npos);  // periods of the 120 Hz panel
-}
-
 TEST(IntervalHistogramTest, APolicyThatShowedNoFrameDrawsNoBarAndSaysSo) {
     IntervalHistogramInput input;
     input.series = {{"none", {}}, {"talvex", {4, 0, 0, 0, 0, 0}}};
@@ -251,12 +228,6 @@ TEST(IntervalHistogramTest, APolicyThatShowedNoFrameDrawsNoBarAndSaysSo) {
     for (const std::string& fill : barAttributes(svg, "fill")) {
         EXPECT_EQ(fill, legendColour(svg, "talvex"));
     }
-
-    input.series = {{"none", {}}};
-    const std::string alone = RenderIntervalHistogram(input);
-    EXPECT_TRUE(barValues(alone, "height").empty());
-    EXPECT_NE(alone.find(">none: no frames shown</text>"), std::string::npos);
-    EXPECT_EQ(alone.substr(alone.size() - 7), "</svg>\n");
 }
 
 TEST(ReportJsonTest, KeepsItsShapeNullsAndThreeDecimals) {

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 #include <json/json.h>
 
-#include <cstdint>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -85,35 +83,6 @@ TEST(CompareTest, TheBoundLineIsTheOneInForceAtTheEndAsInEachRunsChart) {
     EXPECT_NE(ReadFile(scratch.File("talvex/chart.svg")).find(bound), std::string::npos);
     EXPECT_NE(ReadFile(scratch.File("compare.svg")).find(bound), std::string::npos);
     EXPECT_EQ(ReadFile(scratch.File("compare.svg")).find("upper bound 45"), std::string::npos);
-}
-
-TEST(CompareTest, TheIntervalHistogramShowsEachPolicysOwnIntervalsAndIsLinked) {
-    ScratchDirectory scratch;
-    const Scenario scenario = LoadScenarioText(ScenarioText("", 20.0), "short.json", "short");
-    SessionRequest request;
-    request.scenario = &scenario;
-    OutputSet outputs(scratch.path);
-    std::vector<SessionRecord> records;
-    for (const char* policy : {"talvex", "fixed:30"}) {
-        request.policy = ParsePolicy(policy);
-        request.folder = PolicyFolder(request.policy);
-        records.push_back(RunSession(outputs, request));
-    }
-    WriteComparison(outputs, scenario, records);
-    outputs.Commit();
-    const std::string svg = ReadFile(scratch.File("display-intervals.svg"));
-    for (const SessionRecord& record : records) {
-        const auto& periods = record.report.displayIntervalHistogram;
-        const std::uint64_t total = std::accumulate(periods.begin(), periods.end(), uint64_t{0});
-        ASSERT_GT(total, 0u) << record.policy;
-        EXPECT_NE(svg.find(">" + record.policy + "</text>"), std::string::npos) << record.policy;
-        EXPECT_NE(svg.find(record.policy + ": 1 (16.7 ms), "), std::string::npos);
-        EXPECT_NE(svg.find(" % of " + GroupThousands(total) + " intervals"), std::string::npos)
-            << record.policy;
-    }
-    EXPECT_NE(ReadFile(scratch.File("compare.md"))
-                  .find("![Displayed intervals of each policy](display-intervals.svg)"),
-              std::string::npos);
 }
 
 }  // namespace
