@@ -200,27 +200,6 @@ TEST(SweepMergeTest, WithoutARunMeetingTheConstraintsTheClosestIsNamedAndNothing
               std::string::npos);
 }
 
-TEST(SweepMergeTest, SettingsVaryingTogetherKeepAColumnEach) {
-    ScratchDirectory scratch;
-    SweepDefinition definition;
-    definition.scenario = "game";
-    definition.policy = "talvex";
-    definition.axes = {ParseAxis("stabilizer,gfps=25-30|30-35;stabilizer,sfps=0-25|0-30")};
-    definition.objective = "max render_fps";
-    WriteOutputFiles(scratch.path, {{"sweep.json", SweepJson(definition)}});
-    WriteOutputFiles(RunFolder(scratch.path, 2, 2), {{"run.json", R"({"run": 2, "policy": "talvex",
-                                       "settings": ["stabilizer,gfps,30-35", "stabilizer,sfps,0-30"],
-                                       "status": "refused", "message": "no"})"}});
-    MergeSweep({scratch.path}, scratch.path);
-    const std::string csv = ReadFile(scratch.File("sweep.csv"));
-    EXPECT_EQ(csv.rfind("run,stabilizer/gfps,stabilizer/sfps,status,", 0), 0u) << csv;
-    EXPECT_NE(csv.find("\n1,25-30,0-25,missing,"), std::string::npos) << csv;
-    EXPECT_NE(csv.find("\n2,30-35,0-30,refused,"), std::string::npos) << csv;
-    EXPECT_NE(
-        ReadFile(scratch.File("sweep.md")).find("| 2 | gfps 30-35, sfps 0-30 | refused | no |"),
-        std::string::npos);
-}
-
 TEST(SweepMergeTest, RunsSpreadOverFoldersComeTogetherAndStrangersAreRefused) {
     ScratchDirectory first;
     ScratchDirectory second;
