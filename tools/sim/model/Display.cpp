@@ -51,7 +51,7 @@ std::int64_t Display::NextLatch_ns() const {
     if (params.mode == DisplayMode::Vrr) {
         // The panel refreshes on its own while it waits; each refresh restarts the shortest gap.
         std::int64_t last = lastRefresh_ns;
-        while (std::max(ready, last + topPeriod_ns) > last + longestPeriod_ns) {
+        while (ready > last + longestPeriod_ns) {
             last += longestPeriod_ns;
         }
         return std::max(ready, last + topPeriod_ns);

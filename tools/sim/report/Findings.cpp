@@ -241,6 +241,15 @@ std::string evenRates(int refreshRate_Hz) {
     return rateList(rates);
 }
 
+// " (90 Hz for 45)": the lowest common panel rate the rate divides, if any.
+std::string commonMode(int fps) {
+    for (const int mode : {60, 90, 120, 144}) {
+        if (mode % fps == 0)
+            return " (" + std::to_string(mode) + " Hz for " + std::to_string(fps) + ")";
+    }
+    return "";
+}
+
 std::optional<Finding> judder(const FindingTallies& tallies, const FindingContext& context) {
     const CadenceSum sum = offCadence(tallies, context, false);
     if (sum.rates.empty()) return std::nullopt;
@@ -253,9 +262,8 @@ std::optional<Finding> judder(const FindingTallies& tallies, const FindingContex
                        " instead of one even interval. Rates that divide the refresh rate (" +
                        evenRates(context.refreshRate_Hz) +
                        ") are shown evenly; so is this rate on a panel mode that is a multiple "
-                       "of it (" +
-                       std::to_string(2 * most) + " Hz for " + std::to_string(most) +
-                       ") or on a variable-refresh panel.";
+                       "of it" +
+                       commonMode(most) + " or on a variable-refresh panel.";
     Finding finding{"display_judder",
                     rateList(sum.rates) + " FPS judder on the " + panel + ": " + Fixed(off, 0) +
                         " % of intervals off the cadence",

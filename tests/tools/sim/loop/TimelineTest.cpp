@@ -45,8 +45,8 @@ TEST(ShownFramesTest, SlowFramesJanksAndPeriodsAsTheirDefinitionsCount) {
     ShownFrames shown(1000.0 / 60.0);
     shown.Add(std::nullopt, 40.0, 0.0);  // the first one: no interval
     for (const double interval : {16.7, 16.6, 16.7}) shown.Add(interval, 40.0, 1.0);
-    shown.Add(90.0, 40.0, 2.0);   // over twice the mean of 16.67 and over 84 ms: a jank
-    shown.Add(130.0, 40.0, 3.0);  // the mean before is now 41 ms: a big jank as well
+    shown.Add(100.0, 40.0, 2.0);  // over twice the mean of 16.67 and over 84 ms: a jank
+    shown.Add(130.0, 40.0, 3.0);  // over twice the mean of 44.4 ms and 125 ms: a big jank too
     shown.Add(100.0, 40.0, 4.0);  // under twice the mean of 107 ms: neither
     shown.Add(35.0, 40.0, 61.0);  // slow at 34 ms only, after the first minute
     shown.Add(51.0, 40.0, 62.0);
@@ -58,12 +58,12 @@ TEST(ShownFramesTest, SlowFramesJanksAndPeriodsAsTheirDefinitionsCount) {
     EXPECT_EQ(shown.Intervals().Count(), 11u);
     EXPECT_EQ(shown.Janks(), 2u);
     EXPECT_EQ(shown.BigJanks(), 1u);
-    EXPECT_EQ(shown.SlowOver50(), 5u);  // 90, 130, 100, 51, 200
+    EXPECT_EQ(shown.SlowOver50(), 5u);  // 100, 130, 100, 51, 200
     EXPECT_EQ(shown.SlowOver34(), 6u);
     EXPECT_EQ(shown.LaterIntervals(), 5u);
     EXPECT_EQ(shown.LaterSlow(), 2u);
     // Nearest whole periods, the last bin 6 and more.
-    const std::array<std::uint64_t, 6> periods{{5, 1, 1, 0, 1, 3}};
+    const std::array<std::uint64_t, 6> periods{{5, 1, 1, 0, 0, 4}};
     EXPECT_EQ(shown.PeriodCounts(), periods);
     EXPECT_EQ(PeriodsOf(24.9, 1000.0 / 60.0), 1u);
     EXPECT_EQ(PeriodsOf(25.1, 1000.0 / 60.0), 2u);

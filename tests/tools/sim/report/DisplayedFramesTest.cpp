@@ -71,9 +71,14 @@ TEST(DisplayedFramesTest, AHeldRateThatDoesNotDivideTheRefreshJuddersOnAFixedPan
     EXPECT_NEAR(share(fixed, 2), 1.0 / 3.0, 0.01);
     ASSERT_TRUE(fixed.cadenceMatch.has_value());
     EXPECT_LT(*fixed.cadenceMatch, 0.05);
-    bool judders = false;
-    for (const Finding& finding : fixed.diagnostics) judders |= finding.kind == "display_judder";
-    EXPECT_TRUE(judders);
+    ASSERT_EQ(fixed.diagnostics.size(), 1u);
+    const Finding& judder = fixed.diagnostics.front();
+    EXPECT_EQ(judder.kind, "display_judder");
+    EXPECT_NE(judder.text.find("(60, 30, 20 and 15)"), std::string::npos) << judder.text;
+    EXPECT_NE(judder.text.find("(90 Hz for 45)"), std::string::npos) << judder.text;
+    for (const auto& [name, value] : judder.evidence) {
+        if (name == "one_period_share") EXPECT_NEAR(value, 2.0 / 3.0, 0.01);
+    }
 
     const Report vrr = shownRun(9.0, R"({"mode": "vrr"})", "fixed:45");
     EXPECT_GT(*vrr.cadenceMatch, 0.99);

@@ -125,6 +125,7 @@ TEST(ReportTest, DisplayedRatesThatMissTheirCadenceOrHalveAreFindings) {
     EXPECT_DOUBLE_EQ(evidence(*halved, "halved_s"), 20.0);
     EXPECT_DOUBLE_EQ(evidence(*halved, "halved_while_throttled_s"), 8.0);
     EXPECT_DOUBLE_EQ(evidence(*halved, "first_halved_s"), 21.0);
+    EXPECT_NE(halved->text.find("(30 FPS or fewer on the 60 Hz panel)"), std::string::npos);
 }
 
 TEST(ReportTest, SfpsReversalsBetweenTwoValuesAreADither) {
