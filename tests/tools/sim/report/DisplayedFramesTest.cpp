@@ -77,7 +77,9 @@ TEST(DisplayedFramesTest, AHeldRateThatDoesNotDivideTheRefreshJuddersOnAFixedPan
     EXPECT_NE(judder.text.find("(60, 30, 20 and 15)"), std::string::npos) << judder.text;
     EXPECT_NE(judder.text.find("(90 Hz for 45)"), std::string::npos) << judder.text;
     for (const auto& [name, value] : judder.evidence) {
-        if (name == "one_period_share") EXPECT_NEAR(value, 2.0 / 3.0, 0.01);
+        if (name == "one_period_share") {
+            EXPECT_NEAR(value, 2.0 / 3.0, 0.01);
+        }
     }
 
     const Report vrr = shownRun(9.0, R"({"mode": "vrr"})", "fixed:45");
