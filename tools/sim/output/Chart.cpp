@@ -221,10 +221,11 @@ void drawLegend(Svg& svg, double y, const std::vector<LegendEntry>& entries) {
 
 // A legend only where a panel holds more than one series; the panel's title names a lone one.
 void drawSeries(Svg& svg, const Panel& panel, const std::vector<Series>& series) {
-    std::vector<LegendEntry> entries;
     for (auto it = series.rbegin(); it != series.rend(); ++it) {
         for (const auto& run : it->runs) svg.Polyline(run, it->style);
     }
+    std::vector<LegendEntry> entries;
+    entries.reserve(series.size());
     for (const Series& s : series) entries.push_back({s.name, s.style});
     if (series.size() > 1) drawLegend(svg, panel.top + 16, entries);
 }
@@ -644,8 +645,8 @@ std::string RenderIntervalHistogram(const IntervalHistogramInput& input) {
     svg.Frame(plot, 1.0, 20.0);
     const double bottom = plot.top + plot.height;
     for (size_t bin = 0; bin < kPeriodBins; ++bin) {
-        svg.Text(svg.X(bin + 0.5), bottom + 16, periodLabel(bin, input.refreshRate_Hz), "middle",
-                 11);
+        svg.Text(svg.X(static_cast<double>(bin) + 0.5), bottom + 16,
+                 periodLabel(bin, input.refreshRate_Hz), "middle", 11);
     }
     svg.Text(kLeft + kPlotWidth / 2.0, bottom + 38,
              "interval from one displayed frame to the next, in refresh periods of the " +
