@@ -14,6 +14,7 @@
 #include "tools/sim/base/InputError.h"
 #include "tools/sim/base/Text.h"
 #include "tools/sim/input/DefaultScenario.h"
+#include "tools/sim/input/DeviceProfile.h"
 #include "tools/sim/input/StrictJson.h"
 
 namespace TalvexSim {
@@ -62,12 +63,21 @@ std::vector<UserSettings::UserSetting> readCommand(const JsonDocument& document,
 }
 
 GameParams readGame(const JsonDocument& document, const Json::Value& value, double duration_s) {
-    ObjectReader game(document, value, "game",
-                      {"target_fps", "work_ms", "jitter", "spike_chance", "spike_factor",
-                       "heavy_scenes", "cpu_util_full_load"});
+    ObjectReader game(
+        document, value, "game",
+        {"target_fps", "work_ms", "cpu_ms", "gpu_ms", "cpu_exponent", "gpu_exponent", "jitter",
+         "spike_chance", "spike_factor", "heavy_scenes", "cpu_util_full_load"});
     GameParams params;
     params.targetFps = game.Number("target_fps", 1.0, 1000.0);
-    params.workMs = game.Number("work_ms", 0.01, 10000.0);
+    // A frame takes the longer of its CPU and GPU work; work_ms alone is a balanced game.
+    if (game.Has("work_ms") || !(game.Has("cpu_ms") || game.Has("gpu_ms"))) {
+        params.workMs = game.Number("work_ms", 0.01, 10000.0);
+    }
+    params.cpuMs = game.Number("cpu_ms", 0.01, 10000.0, params.workMs);
+    params.gpuMs = game.Number("gpu_ms", 0.01, 10000.0, params.workMs);
+    if (!game.Has("work_ms")) params.workMs = std::max(params.cpuMs, params.gpuMs);
+    params.cpuExponent = game.Number("cpu_exponent", 0.0, 2.0, params.cpuExponent);
+    params.gpuExponent = game.Number("gpu_exponent", 0.0, 2.0, params.gpuExponent);
     params.jitter = game.Number("jitter", 0.0, 1.0, params.jitter);
     params.spikeChance = game.Number("spike_chance", 0.0, 1.0, params.spikeChance);
     params.spikeFactor = game.Number("spike_factor", 1.0, 100.0, params.spikeFactor);
@@ -157,13 +167,57 @@ DisplayParams readDisplay(const JsonDocument& document, const Json::Value& value
     return params;
 }
 
+// A profile's parts, overridden field by field by the scenario's device object.
+DevicePartsParams readParts(const JsonDocument& document, ObjectReader& device) {
+    for (const char* older : {"thermal_resistance_c_per_w", "thermal_time_constant_s",
+                              "energy_per_frame_mj", "governor"}) {
+        if (device.Has(older) && device.Has("profile")) {
+            document.Fail(device.Member(older), device.PathOf(older),
+                          "not used with a device profile");
+        }
+    }
+    Json::Value overrides(Json::objectValue);
+    for (const std::string& key : DevicePartsKeys()) {
+        if (!device.Has(key)) continue;
+        if (!device.Has("profile")) {
+            document.Fail(device.Member(key), device.PathOf(key), "needs a device.profile");
+        }
+        overrides[key] = device.Member(key);
+    }
+    const DevicePartsParams profile =
+        LoadDeviceProfile(ExpectString(document, device.Member("profile"), "device.profile"),
+                          document.Where(device.Member("profile")));
+    return ReadDeviceParts(document, overrides, "device", profile);
+}
+
 DeviceParams readDevice(const JsonDocument& document, const Json::Value& value) {
-    ObjectReader device(
-        document, value, "device",
-        {"ambient_c", "initial_c", "thermal_resistance_c_per_w", "thermal_time_constant_s",
-         "idle_power_w", "paused_power_w", "energy_per_frame_mj", "battery_voltage_v",
-         "current_noise_ma", "temperature_noise_c", "sensor_period_s", "governor"});
+    ObjectReader device(document, value, "device",
+                        {"ambient_c",
+                         "initial_c",
+                         "thermal_resistance_c_per_w",
+                         "thermal_time_constant_s",
+                         "idle_power_w",
+                         "paused_power_w",
+                         "energy_per_frame_mj",
+                         "battery_voltage_v",
+                         "current_noise_ma",
+                         "temperature_noise_c",
+                         "sensor_period_s",
+                         "governor",
+                         "profile",
+                         "domains",
+                         "die",
+                         "skin",
+                         "host_sensor",
+                         "thermal_policy",
+                         "ceilings",
+                         "power_allocator"});
     DeviceParams params;
+    if (device.Has("profile") ||
+        std::any_of(DevicePartsKeys().begin(), DevicePartsKeys().end(),
+                    [&device](const std::string& key) { return device.Has(key); })) {
+        params.parts = readParts(document, device);
+    }
     params.ambient_C = device.Number("ambient_c", -40.0, 80.0, params.ambient_C);
     params.initial_C = device.Number("initial_c", -40.0, 150.0, params.ambient_C);
     params.thermalResistance_CPerW =

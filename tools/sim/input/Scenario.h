@@ -2,11 +2,13 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "talvex/pacing/Quillet.h"
 #include "talvex/user_settings/UserSetting.h"
+#include "tools/sim/input/DeviceParts.h"
 
 namespace TalvexSim {
 
@@ -18,8 +20,14 @@ struct HeavyScene {
 };
 
 struct GameParams {
-    double targetFps = 60.0;   // the game's own frame-rate cap
-    double workMs = 9.0;       // mean CPU+GPU work of one frame at work factor 1
+    double targetFps = 60.0;  // the game's own frame-rate cap
+    double workMs = 9.0;      // mean CPU+GPU work of one frame at work factor 1
+    // On a device of real parts: the CPU's and the GPU's work at full clocks (both work_ms when
+    // not given), and how each stretches as its clock falls, (f_max / f)^exponent.
+    double cpuMs = 9.0;
+    double gpuMs = 9.0;
+    double cpuExponent = 0.6;
+    double gpuExponent = 0.88;
     double jitter = 0.1;       // relative standard deviation of the work
     double spikeChance = 0.0;  // per frame: a hitch of spikeFactor times the work
     double spikeFactor = 2.5;
@@ -53,6 +61,9 @@ struct DeviceParams {
     double temperatureNoise_C = 0.05;  // standard deviation of the temperature reading
     double sensorPeriod_s = 1.0;       // the host reads both sensors this often and holds them
     GovernorParams governor;
+    // A device made of real parts, from a profile (`device.profile`); the fields above that
+    // describe the older model's heat and clock do not apply then.
+    std::optional<DevicePartsParams> parts;
 };
 
 // The panel the frames are shown on. A buffer ready `latchMargin_ms` before a refresh is latched

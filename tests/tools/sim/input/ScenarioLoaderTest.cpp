@@ -144,6 +144,74 @@ TEST(ScenarioLoaderTest, EveryFaultNamesTheFileThePlaceAndTheField) {
     }
 }
 
+TEST(ScenarioLoaderTest, ADeviceProfileLoadsByNameAndTheScenarioOverridesItFieldByField) {
+    const Scenario ceilings = LoadScenarioText(
+        ScenarioText("  \"device\": {\"profile\": \"rk3399-ceilings\"},\n"), "p.json", "p");
+    ASSERT_TRUE(ceilings.device.parts.has_value());
+    const DevicePartsParams& parts = *ceilings.device.parts;
+    EXPECT_EQ(parts.profile, "rk3399-ceilings");
+    ASSERT_EQ(parts.domains.size(), 3u);
+    EXPECT_EQ(parts.domains[1].name, "cpu_big");
+    EXPECT_EQ(parts.domains[1].cores, 2);
+    EXPECT_DOUBLE_EQ(parts.domains[1].points.back().frequency_MHz, 1800.0);
+    EXPECT_EQ(parts.policy, ThermalPolicyKind::Ceilings);
+    ASSERT_EQ(parts.ceilings.levels.size(), 3u);
+    EXPECT_DOUBLE_EQ(parts.ceilings.rules[2].limit_MHz, 1190.4);
+
+    const Scenario overridden = LoadScenarioText(
+        ScenarioText("  \"device\": {\"profile\": \"rk3399-power-allocator\", \"skin\": "
+                     "{\"resistance_c_per_w\": 8}, \"power_allocator\": {\"control_c\": 44}},\n"),
+        "p.json", "p");
+    const DevicePartsParams& changed = *overridden.device.parts;
+    EXPECT_EQ(changed.policy, ThermalPolicyKind::PowerAllocator);
+    EXPECT_DOUBLE_EQ(changed.skin.resistance_CPerW, 8.0);
+    EXPECT_DOUBLE_EQ(changed.skin.capacity_JPerC, 80.0);  // kept from the profile
+    EXPECT_DOUBLE_EQ(changed.powerAllocator.control_C, 44.0);
+    EXPECT_DOUBLE_EQ(changed.powerAllocator.switchOn_C, 43.0);
+    EXPECT_FALSE(LoadScenarioText(ScenarioText(), "p.json", "p").device.parts.has_value());
+
+    const Scenario split = LoadScenarioText(
+        Replaced(ScenarioText(), "\"work_ms\": 9.0", "\"cpu_ms\": 6, \"gpu_ms\": 11"), "s.json",
+        "s");
+    EXPECT_DOUBLE_EQ(split.game.workMs, 11.0);
+    EXPECT_DOUBLE_EQ(split.game.gpuExponent, 0.88);
+}
+
+TEST(ScenarioLoaderTest, BadDevicePartsAreRefusedWhereTheyWereWritten) {
+    const BadScenario cases[] = {
+        {"unknown profile", ScenarioText("  \"device\": {\"profile\": \"pixel\"},\n"),
+         "bad.json:4:25: device.profile: 'pixel' is neither a device profile (rk3399-ceilings, "
+         "rk3399-power-allocator) nor a file"},
+        {"no operating point",
+         ScenarioText("  \"device\": {\"profile\": \"rk3399-ceilings\", \"domains\": [{\"name\": "
+                      "\"gpu\", \"dynamic_power_coefficient\": 1, \"points\": []}]},\n"),
+         "device.domains[0].points: a domain needs at least one operating point"},
+        {"points descending",
+         ScenarioText("  \"device\": {\"profile\": \"rk3399-ceilings\", \"domains\": [{\"name\": "
+                      "\"gpu\", \"dynamic_power_coefficient\": 1, \"points\": [[600, 1], [500, "
+                      "1]]}]},\n"),
+         "device.domains[0].points[1]: operating points must ascend in frequency"},
+        {"exponent",
+         Replaced(ScenarioText(), "\"work_ms\": 9.0", "\"work_ms\": 9, \"gpu_exponent\": 2.5"),
+         "game.gpu_exponent: 2.5 is out of range [0, 2]"},
+        {"sensor",
+         ScenarioText("  \"device\": {\"profile\": \"rk3399-ceilings\", \"host_sensor\": "
+                      "\"battery\"},\n"),
+         "device.host_sensor: 'battery' is not a thermal node (die, skin)"},
+        {"older field",
+         ScenarioText("  \"device\": {\"profile\": \"rk3399-ceilings\", "
+                      "\"energy_per_frame_mj\": 50},\n"),
+         "device.energy_per_frame_mj: not used with a device profile"},
+        {"parts without a profile", ScenarioText("  \"device\": {\"die\": {}},\n"),
+         "device.die: needs a device.profile"},
+    };
+    for (const BadScenario& bad : cases) {
+        const std::string message = TalvexSimTest::LoadError(bad.text);
+        EXPECT_EQ(message.rfind("bad.json:", 0), 0u) << bad.what << ": " << message;
+        EXPECT_NE(message.find(bad.expected), std::string::npos) << bad.what << ": " << message;
+    }
+}
+
 TEST(ScenarioLoaderTest, MissingFileIsAnInputErrorNamingIt) {
     try {
         LoadScenarioFile("/nonexistent/s.json");
