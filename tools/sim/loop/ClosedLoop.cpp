@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <deque>
+#include <memory>
 
 #include "tools/sim/base/Random.h"
 #include "tools/sim/base/Units.h"
@@ -8,6 +9,7 @@
 #include "tools/sim/loop/Session.h"
 #include "tools/sim/loop/Simulation.h"
 #include "tools/sim/model/DeviceModel.h"
+#include "tools/sim/model/PartsDevice.h"
 #include "tools/sim/model/Display.h"
 #include "tools/sim/model/Faults.h"
 #include "tools/sim/model/GameModel.h"
@@ -36,9 +38,9 @@ class ClosedLoop {
           session(scenario_, options_, scenario_.refreshRate_Hz, options_.policy.UsesManager()),
           game(scenario_.game, scenario_.refreshRate_Hz,
                DeriveSeed(scenario_.seed, RandomStream::Game)),
-          device(scenario_.device, options_.policy.GovernorOn(),
-                 DeriveSeed(scenario_.seed, RandomStream::Device)),
-          sensors(device, game, scenario_.device.sensorPeriod_s),
+          device(MakeDevice(scenario_, options_.policy.GovernorOn(),
+                            DeriveSeed(scenario_.seed, RandomStream::Device))),
+          sensors(*device, game, scenario_.device.sensorPeriod_s),
           sleepRandom(DeriveSeed(scenario_.seed, RandomStream::Sleep)),
           duration_ns(SecondsToNs(scenario_.duration_s)),
           row_ns(scenario_.tickEveryFrame ? kSecond_ns : SecondsToNs(scenario_.tick_s)),
@@ -46,7 +48,7 @@ class ClosedLoop {
           minFramePeriod_ns(MillisecondsToNs(game.MinFramePeriodMs())),
           capFps(GameModel::CapFps(scenario_.game, scenario_.refreshRate_Hz)),
           faults(scenario_, session.Nodes()),
-          rows(options_, session, &device, row_ns, result),
+          rows(options_, session, device.get(), row_ns, result),
           display(scenario_.display, scenario_.refreshRate_Hz,
                   [this](const ShownFrame& shown) { onShown(shown); }) {
         result.shown = ShownFrames(1000.0 / scenario.refreshRate_Hz);
@@ -94,8 +96,8 @@ class ClosedLoop {
         if (start >= duration_ns) return duration_ns;
         display.HoldRate(swapPacer ? capFps : heldFps());
         session.BeginFrame(target, scenario.refreshRate_Hz);
-        const double nominalWork_ms = game.NextWorkMs(NsToSeconds(start));
-        const double work_ms = nominalWork_ms / device.Clock();
+        const FrameWork work = game.NextWork(NsToSeconds(start));
+        const double work_ms = device->FrameMs(work);
         const std::int64_t workDone = start + MillisecondsToNs(work_ms);
         // The refresh a swap-interval pacer aims this frame at, counted from the last one.
         const std::int64_t swapTarget =
@@ -121,7 +123,7 @@ class ClosedLoop {
         rows.AddFrame(length_ms, length_ms > kJankFactor * 1000.0 / heldFps());
         result.frames.Add(length_ms);
         periodWork_ms += work_ms;
-        device.AddFrame(game.RelativeWork(nominalWork_ms));
+        device->AddFrame(work);
         if (scenario.tickEveryFrame) tickAfterFrame(end, work_ms / (length_ms > 0 ? length_ms : 1));
         return end;
     }
@@ -324,7 +326,7 @@ class ClosedLoop {
     RunResult result;
     Session session;
     GameModel game;
-    DeviceModel device;
+    std::unique_ptr<Device> device;
     Sensors sensors;
     Random sleepRandom;
     const std::int64_t duration_ns;

@@ -6,7 +6,7 @@
 
 namespace TalvexSim {
 
-RowBuilder::RowBuilder(const RunOptions& options_, Session& session_, const DeviceModel* device_,
+RowBuilder::RowBuilder(const RunOptions& options_, Session& session_, const Device* device_,
                        std::int64_t row_ns, RunResult& result_)
     : options(options_),
       session(session_),
@@ -87,6 +87,13 @@ void RowBuilder::Emit(TimelineRow row, const RowMoment& moment) {
         row.power_W = (device->EnergyDrawn_J() - energyAtLastRow_J) / row.interval_s;
         energyAtLastRow_J = device->EnergyDrawn_J();
         row.governorState = device->GovernorState();
+        const DeviceClocks clocks = device->Clocks();
+        row.cpu_MHz = clocks.cpu_MHz;
+        row.gpu_MHz = clocks.gpu_MHz;
+        row.cpuPower_W = clocks.cpuPower_W;
+        row.gpuPower_W = clocks.gpuPower_W;
+        row.dieTemperature_C = clocks.die_C;
+        row.capped = clocks.capped;
     }
     TraceRecorder& trace = session.Trace();
     trace.ModelCounter("temperature (\u00b0C)", moment.time_ns, row.temperature_C);

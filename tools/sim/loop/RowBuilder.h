@@ -8,7 +8,7 @@
 #include "tools/sim/loop/Session.h"
 #include "tools/sim/loop/Simulation.h"
 #include "tools/sim/loop/Timeline.h"
-#include "tools/sim/model/DeviceModel.h"
+#include "tools/sim/model/Device.h"
 
 namespace TalvexSim {
 
@@ -30,7 +30,7 @@ struct RowMoment {
 class RowBuilder {
   public:
     // `device` is null for a replay, which has no device model.
-    RowBuilder(const RunOptions& options, Session& session, const DeviceModel* device,
+    RowBuilder(const RunOptions& options, Session& session, const Device* device,
                std::int64_t row_ns, RunResult& result);
 
     void AddFrame(float length_ms, bool jank);
@@ -72,7 +72,7 @@ class RowBuilder {
 
     const RunOptions& options;
     Session& session;
-    const DeviceModel* device;
+    const Device* device;
     const double interval_s;
     RunResult& result;
     Stretch stretch;

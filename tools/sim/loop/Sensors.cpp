@@ -6,7 +6,7 @@
 
 namespace TalvexSim {
 
-Sensors::Sensors(DeviceModel& device_, const GameModel& game_, double period_s)
+Sensors::Sensors(Device& device_, const GameModel& game_, double period_s)
     : device(device_), game(game_), period_ns(SecondsToNs(period_s)) {}
 
 Readings Sensors::Read(std::int64_t time_ns, double busyShare, bool paused) {

@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "talvex/brain_src/fps_stabilizer/SYS_INFO.h"
-#include "tools/sim/model/DeviceModel.h"
+#include "tools/sim/model/Device.h"
 #include "tools/sim/model/GameModel.h"
 
 namespace TalvexSim {
@@ -19,14 +19,14 @@ struct Readings {
 // current are read only once per sensor period and held in between, as a host polls them.
 class Sensors {
   public:
-    Sensors(DeviceModel& device, const GameModel& game, double period_s);
+    Sensors(Device& device, const GameModel& game, double period_s);
 
     // Moves the device on to `time`; the CPU readings are those of a stretch in which the game
     // worked `busyShare` of the time.
     Readings Read(std::int64_t time_ns, double busyShare, bool paused);
 
   private:
-    DeviceModel& device;
+    Device& device;
     const GameModel& game;
     const std::int64_t period_ns;
     std::int64_t deviceTime_ns = 0;

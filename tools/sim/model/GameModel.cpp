@@ -40,6 +40,15 @@ double GameModel::NextWorkMs(double time_s) {
     return work;
 }
 
+FrameWork GameModel::NextWork(double time_s) {
+    const double work_ms = NextWorkMs(time_s);
+    // A stage as long as the nominal work keeps the frame's own figure, to the last bit.
+    const auto stage = [&](double stage_ms) {
+        return stage_ms == params.workMs ? work_ms : work_ms / params.workMs * stage_ms;
+    };
+    return {stage(params.cpuMs), stage(params.gpuMs), RelativeWork(work_ms)};
+}
+
 std::array<std::uint64_t, 4> GameModel::CpuReadings(double busyShare) const {
     const double share = std::clamp(busyShare, 0.0, 1.0);
     std::array<std::uint64_t, 4> readings{};

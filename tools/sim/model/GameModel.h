@@ -7,6 +7,7 @@
 
 #include "tools/sim/base/Random.h"
 #include "tools/sim/input/Scenario.h"
+#include "tools/sim/model/FrameWork.h"
 
 namespace TalvexSim {
 
@@ -26,6 +27,8 @@ class GameModel {
     double WorkFactorAt(double time_s) const;
     // Work of the frame that starts at that time, in milliseconds; always positive.
     double NextWorkMs(double time_s);
+    // The same frame's CPU and GPU work: both scale with it.
+    FrameWork NextWork(double time_s);
     // A frame never ends sooner than this after the previous one: the game's own cap and the
     // display's refresh rate, whichever is slower.
     double MinFramePeriodMs() const { return minFramePeriod_ms; }
