@@ -33,8 +33,9 @@ class SampleClock {
     double next_s = 0.0;
 };
 
-// A thermal-engine configuration: step-wise rules and a monitor table. Both read a sensor at
-// the first instant each is due; a sensor the rules name must be known to the caller.
+// A thermal-engine configuration, as in taimen's thermal-engine.conf
+// (LineageOS/android_device_google_taimen): step-wise rules and a monitor table. Both read a
+// sensor when due; the caller must know every sensor the rules name.
 // - Rule: at or above its set point, its ceiling goes one point down, never below the lowest
 //   point at or above its limit; below its clearing point one point up; else it holds.
 // - Monitor: the highest level whose threshold is reached holds its ceilings (each the highest
