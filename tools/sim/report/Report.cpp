@@ -25,6 +25,7 @@ double per10Min(std::uint64_t count, double running_s) {
 
 void ReportBuilder::Add(const TimelineRow& row) {
     addSteady(row);
+    addParts(row);
     if (!row.paused && row.heldFps > refreshRate_Hz / 2 + kWithinFps &&
         row.shownFrames * 2 <= refreshRate_Hz + 2 * kWithinFps && row.time_s > kSettling_s) {
         FindingTallies::Halved& halved = tallies.halved;
@@ -56,6 +57,20 @@ void ReportBuilder::Add(const TimelineRow& row) {
     addSfps(row);
     addRecovery(row);
     addGfps(row);
+}
+
+void ReportBuilder::addParts(const TimelineRow& row) {
+    if (row.cpu_MHz <= 0.0) return;
+    parts.peakDie_C = parts.seen ? std::max(parts.peakDie_C, row.dieTemperature_C)
+                                 : row.dieTemperature_C;
+    parts.seen = true;
+    parts.cpu_J += row.cpuPower_W * row.interval_s;
+    parts.gpu_J += row.gpuPower_W * row.interval_s;
+    if (row.capped) parts.capped_s += row.interval_s;
+    if (row.paused) return;
+    parts.cpuMHz_s += row.cpu_MHz * row.interval_s;
+    parts.gpuMHz_s += row.gpu_MHz * row.interval_s;
+    parts.running_s += row.interval_s;
 }
 
 void ReportBuilder::addSteady(const TimelineRow& row) {
@@ -243,6 +258,16 @@ Report ReportBuilder::Finish(const ReportContext& context, const FrameHistogram&
     report.refreshRate_Hz = context.refreshRate_Hz;
 
     finishSteady(report);
+    if (parts.seen && covered_s > 0.0) {
+        if (parts.running_s > 0.0) {
+            report.meanCpu_MHz = parts.cpuMHz_s / parts.running_s;
+            report.meanGpu_MHz = parts.gpuMHz_s / parts.running_s;
+        }
+        report.cpuPower_W = parts.cpu_J / covered_s;
+        report.gpuPower_W = parts.gpu_J / covered_s;
+        report.timeCapped_s = parts.capped_s;
+        report.peakDieTemperature_C = parts.peakDie_C;
+    }
     finishShown(report, shown, context.running_s);
     if (frames.Count() > 0 && context.running_s > 0.0) {
         report.meanFps = static_cast<double>(frames.Count()) / context.running_s;

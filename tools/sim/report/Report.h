@@ -91,6 +91,16 @@ struct Report {
     double sfpsReversalsPer10Min = 0.0;
     double gfpsChangesPer10Min = 0.0;
 
+    // A device of real parts (null on the older model): the clocks' mean over running time,
+    // each side's mean power over all rows, the time a thermal ceiling held a domain below
+    // what its load asked for, and the die's peak.
+    std::optional<double> meanCpu_MHz;
+    std::optional<double> meanGpu_MHz;
+    std::optional<double> cpuPower_W;
+    std::optional<double> gpuPower_W;
+    std::optional<double> timeCapped_s;
+    std::optional<double> peakDieTemperature_C;
+
     // What the player sees.
     std::optional<double> displayFps;  // these stay empty when no frame was shown
     std::optional<double> displayIntervalP50_ms;
@@ -168,6 +178,17 @@ class ReportBuilder {
 
     double covered_s = 0.0;
     double energy_J = 0.0;
+    struct Parts {
+        bool seen = false;
+        double cpuMHz_s = 0.0;  // MHz x running seconds
+        double gpuMHz_s = 0.0;
+        double running_s = 0.0;
+        double cpu_J = 0.0;
+        double gpu_J = 0.0;
+        double capped_s = 0.0;
+        double peakDie_C = 0.0;
+    } parts;
+    void addParts(const TimelineRow& row);
     std::optional<double> peak_C;
     double aboveUpper_s = 0.0;
     std::uint64_t jankFrames = 0;
