@@ -9,10 +9,10 @@
 #include "tools/sim/loop/Session.h"
 #include "tools/sim/loop/Simulation.h"
 #include "tools/sim/model/DeviceModel.h"
-#include "tools/sim/model/PartsDevice.h"
 #include "tools/sim/model/Display.h"
 #include "tools/sim/model/Faults.h"
 #include "tools/sim/model/GameModel.h"
+#include "tools/sim/model/PartsDevice.h"
 #include "tools/sim/model/SwapInterval.h"
 
 namespace TalvexSim {

@@ -103,17 +103,17 @@ struct TimelineRow {
     double deviceTemperature_C = 0.0;  // the model's own, without the sensors' noise or faults
     double power_W = 0.0;              // mean power drawn since the previous row
     double interval_s = 1.0;           // time this row stands for
-    int heldFps = 0;           // the rate the frames are held to: the pacer's target, else the cap
-    bool rateHeld = false;     // something holds the frames below the game's own cap
-    int jankFrames = 0;        // frames of this row longer than 1.5 times the held period
-    int governorState = 0;     // the thermal governor's cooling state (0: full clock)
+    int heldFps = 0;        // the rate the frames are held to: the pacer's target, else the cap
+    bool rateHeld = false;  // something holds the frames below the game's own cap
+    int jankFrames = 0;     // frames of this row longer than 1.5 times the held period
+    int governorState = 0;  // the thermal governor's cooling state (0: full clock)
     // A device of real parts (zero on the older model): clocks, powers and the die.
     double cpu_MHz = 0.0;
     double gpu_MHz = 0.0;
     double cpuPower_W = 0.0;
     double gpuPower_W = 0.0;
     double dieTemperature_C = 0.0;
-    bool capped = false;  // a thermal ceiling below what the load asked for
+    bool capped = false;       // a thermal ceiling below what the load asked for
     double lowerBound_C = 40;  // the temperature decider's bounds in force
     double upperBound_C = 45;
     double currentThreshold_mA = 0.0;  // NaN: off

@@ -30,10 +30,9 @@ std::uint32_t Device::ReadTemperature_mC() {
 
 std::uint32_t Device::ReadCurrent_uA() {
     // The mean since the previous reading, as a fuel gauge integrates it.
-    const double mean_mA = timeSinceReading_s <= 0.0
-                               ? Current_mA()
-                               : drawnSinceReading_J / timeSinceReading_s /
-                                     params.batteryVoltage_V * 1000.0;
+    const double mean_mA = timeSinceReading_s <= 0.0 ? Current_mA()
+                                                     : drawnSinceReading_J / timeSinceReading_s /
+                                                           params.batteryVoltage_V * 1000.0;
     drawnSinceReading_J = 0.0;
     timeSinceReading_s = 0.0;
     return toSensorUnits(mean_mA + params.currentNoise_mA * random.Normal());

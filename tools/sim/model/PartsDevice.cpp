@@ -85,10 +85,9 @@ double PartsDevice::step(double interval_s, bool paused) {
     double domains_W = 0.0;
     for (size_t i = 0; i < domains.size(); ++i) {
         const bool little = i != cpu && i != gpu;
-        busy[i] = paused ? 0.0
-                  : little
-                      ? kLittleBusy
-                      : std::min(pendingBusy_ms[i] / (interval_s * 1000.0), 1.0);
+        busy[i] = paused   ? 0.0
+                  : little ? kLittleBusy
+                           : std::min(pendingBusy_ms[i] / (interval_s * 1000.0), 1.0);
         pendingBusy_ms[i] = 0.0;
         lastPower_W[i] = domains[i].Power_W(busy[i]);
         domains_W += lastPower_W[i];
@@ -103,7 +102,8 @@ double PartsDevice::step(double interval_s, bool paused) {
 void PartsDevice::pollPolicy(const std::vector<double>& busy) {
     std::map<std::string, double> limits;
     if (ceilings) {
-        ceilings->Update(time_s, [this](const std::string& sensor) { return nodes.Node_C(sensor); });
+        ceilings->Update(time_s,
+                         [this](const std::string& sensor) { return nodes.Node_C(sensor); });
         limits = ceilings->Current();
     } else if (allocator) {
         std::map<std::string, double> requested;
@@ -125,8 +125,8 @@ void PartsDevice::pollPolicy(const std::vector<double>& busy) {
             }
         }
         for (size_t i = 0; i < domains.size(); ++i) {
-            limits[parts.domains[i].name] = domains[i].MaxFrequency_MHz() *
-                                            (1.0 - stepWiseState * governor.clockStep);
+            limits[parts.domains[i].name] =
+                domains[i].MaxFrequency_MHz() * (1.0 - stepWiseState * governor.clockStep);
         }
     }
     for (size_t i = 0; i < domains.size(); ++i) {

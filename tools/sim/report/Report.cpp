@@ -61,8 +61,8 @@ void ReportBuilder::Add(const TimelineRow& row) {
 
 void ReportBuilder::addParts(const TimelineRow& row) {
     if (row.cpu_MHz <= 0.0) return;
-    parts.peakDie_C = parts.seen ? std::max(parts.peakDie_C, row.dieTemperature_C)
-                                 : row.dieTemperature_C;
+    parts.peakDie_C =
+        parts.seen ? std::max(parts.peakDie_C, row.dieTemperature_C) : row.dieTemperature_C;
     parts.seen = true;
     parts.cpu_J += row.cpuPower_W * row.interval_s;
     parts.gpu_J += row.gpuPower_W * row.interval_s;

@@ -73,7 +73,7 @@ TEST(DeviceModelTest, HeatsMonotonicallyTowardsTheSteadyStateOfThePowerDrawn) {
     // 60 frames a second at 100 mJ: 6 W plus 1 W idle, settling at 25 + 4 x 7 = 53 C.
     double previous = device.Temperature_C();
     for (int second = 0; second < 2000; ++second) {
-        for (int frame = 0; frame < 60; ++frame) device.AddFrame(1.0);
+        for (int frame = 0; frame < 60; ++frame) device.AddFrame({9.0, 9.0, 1.0});
         device.Advance(1.0, false);
         EXPECT_GT(device.Temperature_C(), previous - 1e-12);
         EXPECT_LE(device.Temperature_C(), 53.0 + 1e-9);
@@ -96,7 +96,7 @@ TEST(DeviceModelTest, OneTimeConstantCoversTheKnownShareOfTheWayAndPausedDevices
 
 TEST(DeviceModelTest, CurrentReadingIsTheMeanSinceTheLastReadingAndNeverNegative) {
     DeviceModel device(quietDevice(), false, 1);
-    device.AddFrame(3.0);  // 0.3 J over the first second: 1.3 W
+    device.AddFrame({27.0, 27.0, 3.0});  // 0.3 J over the first second: 1.3 W
     device.Advance(1.0, false);
     device.Advance(1.0, false);                   // 1 W
     EXPECT_EQ(device.ReadCurrent_uA(), 287500u);  // 1.15 W mean at 4 V
@@ -137,7 +137,7 @@ TEST(DeviceModelTest, GovernorStepsOneStatePerPollAboveTheTripAndBackBelowItsHys
     EXPECT_EQ(states, (std::vector<int>{1, 2, 3, 3}));  // one up per poll, up to the maximum
     EXPECT_NEAR(device.Clock(), 0.4, 1e-12);
     // A frame at 40 % of the clock costs 16 % of its energy (dynamic power ~ clock cubed).
-    device.AddFrame(1.0);
+    device.AddFrame({9.0, 9.0, 1.0});
     device.Advance(0.1, false);
     EXPECT_NEAR(device.Power_W(), 1.0 + 0.016 / 0.1, 1e-9);
 

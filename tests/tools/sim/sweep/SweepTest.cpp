@@ -166,12 +166,13 @@ TEST(SweepMergeTest, RowsKeepEveryOutcomeAndTheBestRunIsRecommended) {
         "display_interval_ms_p50,display_interval_ms_p99,slow_frames_50ms_share,"
         "slow_frames_34ms_share,jank_per_hour,big_jank_per_hour,latency_ms_p50,latency_ms_p99,"
         "render_fps,render_frame_ms_p50,render_frame_ms_p99,render_jank_per_min,"
-        "peak_temperature_c,time_above_upper_bound_s,energy_j,mean_power_w,"
+        "peak_temperature_c,time_above_upper_bound_s,energy_j,mean_power_w,mean_cpu_mhz,"
+        "mean_gpu_mhz,cpu_power_w,gpu_power_w,time_capped_s,peak_die_temperature_c,"
         "time_to_first_decrease_s,time_to_recover_s,sfps_changes_per_10min,"
         "sfps_reversals_per_10min,gfps_changes_per_10min\n"
-        "1,44,ok,,,50.250,,,,,,,,,,,,,44.500,,7000.500,,,,,,\n"
-        "2,45,refused,,,,,,,,,,,,,,,,,,,,,,,,\n"
-        "3,46,ok,,,53.000,,,,,,,,,,,,,45.000,,7000.500,,,,,,\n");
+        "1,44,ok,,,50.250,,,,,,,,,,,,,44.500,,7000.500,,,,,,,,,,,,\n"
+        "2,45,refused,,,,,,,,,,,,,,,,,,,,,,,,,,,,,,\n"
+        "3,46,ok,,,53.000,,,,,,,,,,,,,45.000,,7000.500,,,,,,,,,,,,\n");
     EXPECT_EQ(ReadFile(scratch.File("recommended.json")), "config of run 3\n");
     EXPECT_EQ(result.front, (std::vector<size_t>{0, 2}));
     const std::string md = ReadFile(scratch.File("sweep.md"));
