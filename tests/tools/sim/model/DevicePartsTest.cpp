@@ -3,7 +3,9 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "SimTestSupport.h"
 #include "tools/sim/model/ClockDomain.h"
+#include "tools/sim/model/PartsDevice.h"
 #include "tools/sim/model/ThermalNodes.h"
 
 namespace TalvexSim {
@@ -226,6 +228,34 @@ TEST(ThermalNodesTest, RejectsANodeWithoutCapacityOrResistance) {
                  std::invalid_argument);
     EXPECT_THROW(ThermalNodes(good, ThermalNodeParams{"skin", 80.0, -1.0}, 25, 25),
                  std::invalid_argument);
+}
+
+}  // namespace
+}  // namespace TalvexSim
+
+namespace TalvexSim {
+namespace {
+
+TEST(PartsDeviceTest, AGpuBoundFrameTakesLongerAtAHalvedGpuClockByTheExponent) {
+    const Scenario scenario = LoadScenarioText(
+        TalvexSimTest::Replaced(
+            TalvexSimTest::ScenarioText(
+                "  \"device\": {\"profile\": \"rk3399-power-allocator\", \"initial_c\": 25},\n"),
+            "\"work_ms\": 9.0", "\"cpu_ms\": 2, \"gpu_ms\": 10"),
+        "g.json", "g");
+    const std::unique_ptr<Device> device = MakeDevice(scenario, true, 1);
+    const FrameWork frame{2.0, 10.0, 1.0};
+    EXPECT_DOUBLE_EQ(device->FrameMs(frame), 10.0);  // both at their top clocks
+    EXPECT_DOUBLE_EQ(device->Clocks().gpu_MHz, 800.0);
+    // 300 ms of GPU work in a second at 800 MHz: schedutil asks for 1.25 x 0.3 x 800 = 300 MHz,
+    // and the lowest point at or above that is 400 MHz, half the top.
+    for (int i = 0; i < 30; ++i) device->AddFrame(frame);
+    device->Advance(1.0, false);
+    EXPECT_DOUBLE_EQ(device->Clocks().gpu_MHz, 400.0);
+    EXPECT_NEAR(device->FrameMs(frame), 10.0 * std::pow(2.0, 0.88), 1e-9);
+    // The host reads the skin, which lags the die.
+    EXPECT_GT(device->Clocks().die_C, device->Temperature_C());
+    EXPECT_GT(device->Temperature_C(), 25.0);
 }
 
 }  // namespace
