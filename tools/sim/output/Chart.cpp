@@ -219,11 +219,16 @@ void drawLegend(Svg& svg, double y, const std::vector<LegendEntry>& entries) {
     }
 }
 
-// A legend only where a panel holds more than one series; the panel's title names a lone one.
-void drawSeries(Svg& svg, const Panel& panel, const std::vector<Series>& series) {
+// The first series given ends up on top.
+void drawLines(Svg& svg, const std::vector<Series>& series) {
     for (auto it = series.rbegin(); it != series.rend(); ++it) {
         for (const auto& run : it->runs) svg.Polyline(run, it->style);
     }
+}
+
+// A legend only where a panel holds more than one series; the panel's title names a lone one.
+void drawSeries(Svg& svg, const Panel& panel, const std::vector<Series>& series) {
+    drawLines(svg, series);
     std::vector<LegendEntry> entries;
     entries.reserve(series.size());
     for (const Series& s : series) entries.push_back({s.name, s.style});
@@ -372,6 +377,64 @@ std::optional<double> displayedFps(const TimelineRow& row) {
     return row.shownFrames / row.interval_s;
 }
 
+// The older device model leaves its clocks at zero: nothing to draw then.
+bool hasClocks(const std::vector<TimelineRow>& rows) {
+    return std::any_of(rows.begin(), rows.end(),
+                       [](const TimelineRow& row) { return row.cpu_MHz > 0.0; });
+}
+
+double highestClock(const std::vector<TimelineRow>& rows) {
+    double highest = 0.0;
+    for (const TimelineRow& row : rows) highest = std::max({highest, row.cpu_MHz, row.gpu_MHz});
+    return highest;
+}
+
+std::optional<double> cpuClock(const TimelineRow& row) {
+    if (row.paused || !(row.cpu_MHz > 0.0)) return std::nullopt;
+    return row.cpu_MHz;
+}
+
+std::optional<double> gpuClock(const TimelineRow& row) {
+    if (row.paused || !(row.gpu_MHz > 0.0)) return std::nullopt;
+    return row.gpu_MHz;
+}
+
+// The rounded top is a whole grid step, so the highest clock has a grid line at or above it.
+Panel clockPanelBelow(const Panel& above, double highest_MHz) {
+    return {above.top + above.height + 30.0, 150.0, niceRange(0.0, highest_MHz, 5), "Clocks (MHz)"};
+}
+
+constexpr const char* kDashed = " stroke-dasharray=\"5,3\"";
+
+void clockPanel(Svg& svg, const Panel& clocks, const std::vector<TimelineRow>& rows) {
+    const std::string gpu = std::string("stroke=\"#8c564b\" stroke-width=\"1.5\"") + kDashed;
+    drawSeries(
+        svg, clocks,
+        {{"CPU", "stroke=\"#17becf\" stroke-width=\"1.5\"", lineRuns(svg, clocks, rows, cpuClock)},
+         {"GPU", gpu.c_str(), lineRuns(svg, clocks, rows, gpuClock)}});
+}
+
+// Each run in its colour, its CPU solid and its GPU dashed; the legend names only the dashes,
+// the panels above name the colours.
+void comparisonClocks(Svg& svg, const Panel& clocks, const std::vector<ComparisonSeries>& runs) {
+    std::vector<std::string> styles;  // Series points at them, so they must not move
+    styles.reserve(2 * runs.size());
+    std::vector<Series> lines;
+    lines.reserve(2 * runs.size());
+    for (size_t i = 0; i < runs.size(); ++i) {
+        styles.push_back(std::string("stroke=\"") + seriesColour(i) + "\" stroke-width=\"1.5\"");
+        styles.push_back(styles.back() + kDashed);
+        lines.push_back({runs[i].name.c_str(), styles[2 * i].c_str(),
+                         lineRuns(svg, clocks, *runs[i].rows, cpuClock)});
+        lines.push_back({runs[i].name.c_str(), styles[2 * i + 1].c_str(),
+                         lineRuns(svg, clocks, *runs[i].rows, gpuClock)});
+    }
+    drawLines(svg, lines);
+    const std::string gpu = std::string("stroke=\"#555\" stroke-width=\"1.5\"") + kDashed;
+    drawLegend(svg, clocks.top + 16,
+               {{"CPU", "stroke=\"#555\" stroke-width=\"1.5\""}, {"GPU", gpu.c_str()}});
+}
+
 }  // namespace
 
 std::string RenderChart(const ChartInput& input) {
@@ -397,25 +460,33 @@ std::string RenderChart(const ChartInput& input) {
         "Temperature (\u00b0C)"};
     const Panel current{530.0, 110.0, niceRange(0.0, highestCurrent * 1.3 + 1.0, 4),
                         "Electric current (mA)"};
-    const double height = current.top + current.height + 50.0;
+    const bool clocked = hasClocks(rows);
+    const Panel clocks = clockPanelBelow(current, highestClock(rows));
+    const Panel& lowest = clocked ? clocks : current;
 
-    pauseBands(svg, rows, input.tick_s, fps, current.top + current.height);
+    pauseBands(svg, rows, input.tick_s, fps, lowest.top + lowest.height);
     for (const Panel* panel : {&fps, &temperature, &current}) svg.Frame(*panel, scale.step);
+    if (clocked) svg.Frame(clocks, scale.step);
     frameRatePanel(svg, fps, rows);
     temperaturePanel(svg, temperature, rows, input.temperatureLowerBound_C,
                      input.temperatureUpperBound_C);
     currentPanel(svg, current, rows, input.currentThreshold_mA);
-    timeAxis(svg, current, scale);
-    return document(svg, height, input.title, input.subtitle);
+    if (clocked) clockPanel(svg, clocks, rows);
+    timeAxis(svg, lowest, scale);
+    return document(svg, lowest.top + lowest.height + 50.0, input.title, input.subtitle);
 }
 
 std::string RenderComparisonChart(const ComparisonChartInput& input) {
     Extents extents{1.0, static_cast<double>(input.refreshRate_Hz), input.temperatureUpperBound_C,
                     input.temperatureUpperBound_C};
+    bool clocked = false;
+    double highest_MHz = 0.0;
     for (const ComparisonSeries& series : input.series) {
         for (const TimelineRow& row : *series.rows) {
             extents.Take(row.time_s, displayedFps(row).value_or(0.0), row.deviceTemperature_C);
         }
+        clocked = clocked || hasClocks(*series.rows);
+        highest_MHz = std::max(highest_MHz, highestClock(*series.rows));
     }
     const TimeScale scale = timeScaleFor(extents.duration_s);
     Svg svg(scale.duration_s, scale.unit_s);
@@ -423,7 +494,10 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     const Panel temperature{
         350.0, 200.0, niceRange(extents.lowTemperature - 1.0, extents.highTemperature + 2.0, 5),
         "Device temperature (\u00b0C)"};
+    const Panel clocks = clockPanelBelow(temperature, highest_MHz);
+    const Panel& lowest = clocked ? clocks : temperature;
     for (const Panel* panel : {&fps, &temperature}) svg.Frame(*panel, scale.step);
+    if (clocked) svg.Frame(clocks, scale.step);
     drawBound(svg, temperature, input.temperatureUpperBound_C,
               "upper bound " + label(input.temperatureUpperBound_C) + " \u00b0C");
 
@@ -444,8 +518,9 @@ std::string RenderComparisonChart(const ComparisonChartInput& input) {
     }
     drawSeries(svg, fps, rates);
     drawSeries(svg, temperature, temperatures);
-    timeAxis(svg, temperature, scale);
-    return document(svg, temperature.top + temperature.height + 50.0, input.title, input.subtitle);
+    if (clocked) comparisonClocks(svg, clocks, input.series);
+    timeAxis(svg, lowest, scale);
+    return document(svg, lowest.top + lowest.height + 50.0, input.title, input.subtitle);
 }
 
 namespace {

@@ -7,7 +7,10 @@ namespace TalvexSim {
 void WriteTimelineHeader(std::ostream& out, bool withModel) {
     out << "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
            "frame_ms_mean,frame_ms_p50,frame_ms_p99";
-    if (withModel) out << ",device_temperature_C,power_W,held_fps,jank_frames,governor_state";
+    if (withModel) {
+        out << ",device_temperature_C,power_W,held_fps,jank_frames,governor_state,cpu_mhz,gpu_mhz,"
+               "die_temperature_C,capped";
+    }
     out << '\n';
 }
 
@@ -24,7 +27,9 @@ void WriteTimelineRow(std::ostream& out, const TimelineRow& row, bool withModel)
     }
     if (withModel) {
         out << ',' << Fixed(row.deviceTemperature_C, 3) << ',' << Fixed(row.power_W, 3) << ','
-            << row.heldFps << ',' << row.jankFrames << ',' << row.governorState;
+            << row.heldFps << ',' << row.jankFrames << ',' << row.governorState << ','
+            << Fixed(row.cpu_MHz, 1) << ',' << Fixed(row.gpu_MHz, 1) << ','
+            << Fixed(row.dieTemperature_C, 3) << ',' << (row.capped ? 1 : 0);
     }
     out << '\n';
 }

@@ -34,6 +34,10 @@ TEST(TimelineCsvTest, OneLinePerRowWithTheNodeQuotedAndMissingValuesEmpty) {
     running.heldFps = 45;
     running.jankFrames = 2;
     running.governorState = 1;
+    running.cpu_MHz = 2016.0;
+    running.gpu_MHz = 585.5;
+    running.dieTemperature_C = 61.25;
+    running.capped = true;
     TimelineRow paused;
     paused.time_s = 2.0;
     paused.paused = true;
@@ -43,10 +47,11 @@ TEST(TimelineCsvTest, OneLinePerRowWithTheNodeQuotedAndMissingValuesEmpty) {
     EXPECT_EQ(csv.str(),
               "time_s,paused,temperature_C,current_mA,ofps,efps,gfps,sfps,node,exploring_ticks,"
               "frame_ms_mean,frame_ms_p50,frame_ms_p99,device_temperature_C,power_W,held_fps,"
-              "jank_frames,governor_state\n"
+              "jank_frames,governor_state,cpu_mhz,gpu_mhz,die_temperature_C,capped\n"
               "1.000,0,40.500,1234.500,59,60,60,45,\"7,45,60\",0,16.667,16.500,20.250,40.250,"
-              "5.500,45,2,1\n"
-              "2.000,1,0.000,0.000,0,,-1,-1,\"odd \"\"text\"\"\",0,,,,0.000,0.000,0,0,0\n");
+              "5.500,45,2,1,2016.0,585.5,61.250,1\n"
+              "2.000,1,0.000,0.000,0,,-1,-1,\"odd \"\"text\"\"\",0,,,,0.000,0.000,0,0,0,0.0,0.0,"
+              "0.000,0\n");
     std::ostringstream replay;
     WriteTimelineCsv(replay, {running}, false);  // no device model: its columns are left out
     EXPECT_EQ(replay.str().substr(replay.str().find('\n') + 1),
@@ -162,6 +167,125 @@ TEST(ComparisonChartTest, PlotsTheFramesShownPerSecondOfEachRunningRow) {
     }
 }
 
+// The colour of the swatch beside a legend's entry.
+std::string legendColour(const std::string& svg, const std::string& entry) {
+    const size_t at = svg.find(">" + entry + "</text>");
+    if (at == std::string::npos) return "<no entry '" + entry + "'>";
+    return attributeAt(svg, svg.rfind("<line", at), "stroke");
+}
+
+struct Polyline {
+    std::string stroke;
+    bool dashed = false;
+    std::vector<double> ys;
+};
+
+// Every polyline with its colour and whether it is dashed, in drawing order.
+std::vector<Polyline> polylines(const std::string& svg) {
+    std::vector<Polyline> lines;
+    const std::vector<std::vector<double>> ys = polylineYs(svg);
+    for (size_t at = svg.find("<polyline"); at != std::string::npos;
+         at = svg.find("<polyline", at + 1)) {
+        const std::string element = svg.substr(at, svg.find("/>", at) - at);
+        lines.push_back({attributeAt(element, 0, "stroke"),
+                         element.find("stroke-dasharray") != std::string::npos, ys[lines.size()]});
+    }
+    return lines;
+}
+
+// Two policies on a device with clocks; the last row is paused at a clock of its own.
+std::vector<TimelineRow> clockedRows(double cpu_MHz, double gpu_MHz) {
+    std::vector<TimelineRow> rows;
+    for (int i = 1; i <= 4; ++i) {
+        rows.push_back(row(i, 60, -1, i == 4));
+        rows.back().shownFrames = 60;
+        rows.back().deviceTemperature_C = 42.0;
+        rows.back().cpu_MHz = i == 4 ? 1000.0 : cpu_MHz;
+        rows.back().gpu_MHz = i == 4 ? 1000.0 : gpu_MHz;
+    }
+    return rows;
+}
+
+// The polylines drawn in `colour`.
+std::vector<Polyline> inColour(const std::vector<Polyline>& lines, const std::string& colour) {
+    std::vector<Polyline> found;
+    for (const Polyline& line : lines) {
+        if (line.stroke == colour) found.push_back(line);
+    }
+    return found;
+}
+
+// One line through the three running rows, all at `y`.
+void expectFlatLine(const Polyline& line, bool dashed, double y) {
+    EXPECT_EQ(line.dashed, dashed) << line.stroke;
+    EXPECT_EQ(line.ys.size(), 3u) << line.stroke;
+    for (const double at : line.ys) EXPECT_DOUBLE_EQ(at, y) << line.stroke;
+}
+
+TEST(ComparisonChartTest, ClocksGetAPanelOfTheirOwnCpuSolidGpuDashed) {
+    const std::vector<TimelineRow> fast = clockedRows(2000.0, 500.0);
+    const std::vector<TimelineRow> slow = clockedRows(1500.0, 1000.0);
+    ComparisonChartInput input;
+    input.series = {{"talvex", &fast}, {"governor", &slow}};
+    const std::string svg = RenderComparisonChart(input);
+    ASSERT_NE(svg.find(">Clocks (MHz)</text>"), std::string::npos);
+    const double at500 = gridLineY(svg, "500");
+    const double at1000 = gridLineY(svg, "1000");
+    const double at1500 = gridLineY(svg, "1500");
+    const double at2000 = gridLineY(svg, "2000");  // the top: the highest clock is a grid step
+    ASSERT_GT(at500, at1000);
+    EXPECT_EQ(gridLineY(svg, "2500"), -1.0);
+    const std::vector<Polyline> lines = polylines(svg);
+    // The frame rate and the temperature, one each per policy, then the clocks.
+    EXPECT_EQ(lines.size(), 8u);
+    const std::vector<Polyline> clocks(lines.begin() + 4, lines.end());
+    const std::vector<Polyline> talvex = inColour(clocks, legendColour(svg, "talvex"));
+    const std::vector<Polyline> governor = inColour(clocks, legendColour(svg, "governor"));
+    ASSERT_EQ(talvex.size(), 2u);
+    ASSERT_EQ(governor.size(), 2u);
+    // Drawing order is free: one of each policy's pair is solid, at its CPU's clock.
+    const size_t talvexCpu = talvex[0].dashed ? 1 : 0;
+    expectFlatLine(talvex[talvexCpu], false, at2000);
+    expectFlatLine(talvex[1 - talvexCpu], true, at500);
+    const size_t governorCpu = governor[0].dashed ? 1 : 0;
+    expectFlatLine(governor[governorCpu], false, at1500);
+    expectFlatLine(governor[1 - governorCpu], true, at1000);
+    // The panel sits under the temperature and the chart grew to hold it.
+    EXPECT_GT(at500, gridLineY(svg, "42"));
+    EXPECT_GT(std::stod(attributeAt(svg, 0, "height")), at500 + 40.0);
+}
+
+TEST(ComparisonChartTest, WithoutClocksThereIsNoClockPanel) {
+    std::vector<TimelineRow> rows = clockedRows(0.0, 0.0);
+    rows.back().cpu_MHz = rows.back().gpu_MHz = 0.0;
+    ComparisonChartInput input;
+    input.series = {{"talvex", &rows}};
+    const std::string svg = RenderComparisonChart(input);
+    EXPECT_EQ(svg.find("Clocks"), std::string::npos);
+    EXPECT_EQ(polylines(svg).size(), 2u);
+    EXPECT_EQ(attributeAt(svg, 0, "height"), "600.0");
+}
+
+TEST(ChartTest, ClocksGetAPanelUnderTheCurrentInTwoColours) {
+    const std::vector<TimelineRow> rows = clockedRows(2000.0, 500.0);
+    ChartInput input;
+    input.rows = &rows;
+    const std::string svg = RenderChart(input);
+    ASSERT_NE(svg.find(">Clocks (MHz)</text>"), std::string::npos);
+    const std::string cpu = legendColour(svg, "CPU");
+    const std::string gpu = legendColour(svg, "GPU");
+    EXPECT_NE(cpu, gpu);
+    const std::vector<Polyline> lines = polylines(svg);
+    ASSERT_EQ(inColour(lines, cpu).size(), 1u);
+    ASSERT_EQ(inColour(lines, gpu).size(), 1u);
+    expectFlatLine(inColour(lines, cpu)[0], false, gridLineY(svg, "2000"));
+    expectFlatLine(inColour(lines, gpu)[0], true, gridLineY(svg, "500"));
+    // Under the current, and the time axis moved down with it.
+    EXPECT_GT(gridLineY(svg, "500"), 640.0);
+    const size_t timeLabel = svg.rfind("<text", svg.find(">time (s)</text>"));
+    EXPECT_GT(std::stod(attributeAt(svg, timeLabel, "y")), gridLineY(svg, "500"));
+}
+
 // One attribute of every bar of a histogram, in drawing order.
 std::vector<std::string> barAttributes(const std::string& svg, const std::string& name) {
     std::vector<std::string> values;
@@ -176,13 +300,6 @@ std::vector<double> barValues(const std::string& svg, const std::string& name) {
     std::vector<double> values;
     for (const std::string& value : barAttributes(svg, name)) values.push_back(std::stod(value));
     return values;
-}
-
-// The colour of the swatch beside a legend's entry.
-std::string legendColour(const std::string& svg, const std::string& entry) {
-    const size_t at = svg.find(">" + entry + "</text>");
-    if (at == std::string::npos) return "<no entry '" + entry + "'>";
-    return attributeAt(svg, svg.rfind("<line", at), "stroke");
 }
 
 TEST(IntervalHistogramTest, BarsStandInProportionToEachPolicysSharesGroupedByPeriod) {
