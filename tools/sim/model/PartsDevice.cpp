@@ -51,12 +51,20 @@ PartsDevice::PartsDevice(const DeviceParams& params_, const GameParams& game, bo
     cpu = domainNamed(domains, parts, "cpu_big", 0);
     gpu = domainNamed(domains, parts, "gpu", domains.size() - 1);
     pendingBusy_ms.assign(domains.size(), 0.0);
+    busyShares.assign(domains.size(), 0.0);
     lastPower_W.assign(domains.size(), 0.0);
+    policyPeriod_s = params_.governor.poll_s;
     if (parts.policy == ThermalPolicyKind::Ceilings) {
         ceilings.emplace(parts.ceilings, policyDomains(domains, parts));
+        policyPeriod_s = parts.ceilings.monitorPeriod_s;
+        for (const CeilingRule& rule : parts.ceilings.rules) {
+            policyPeriod_s = std::min(policyPeriod_s, rule.samplePeriod_s);
+        }
     } else if (parts.policy == ThermalPolicyKind::PowerAllocator) {
         allocator.emplace(parts.powerAllocator, policyDomains(domains, parts));
+        policyPeriod_s = parts.powerAllocator.pollPeriod_s;
     }
+    nextPolicy_s = parts.policy == ThermalPolicyKind::StepWise ? policyPeriod_s : 0.0;
 }
 
 double PartsDevice::cpuStageMs(double cpu_ms) const {
@@ -81,7 +89,7 @@ void PartsDevice::AddFrame(const FrameWork& work) {
 }
 
 double PartsDevice::step(double interval_s, bool paused) {
-    std::vector<double> busy(domains.size(), 0.0);
+    std::vector<double>& busy = busyShares;
     double domains_W = 0.0;
     for (size_t i = 0; i < domains.size(); ++i) {
         const bool little = i != cpu && i != gpu;
@@ -94,7 +102,11 @@ double PartsDevice::step(double interval_s, bool paused) {
     }
     nodes.Step(interval_s, domains_W);
     time_s += interval_s;
-    if (policyOn) pollPolicy(busy);
+    // A policy acts at its own period; between its samples the ceilings stand.
+    if (policyOn && time_s >= nextPolicy_s) {
+        pollPolicy(busy);
+        while (nextPolicy_s <= time_s) nextPolicy_s += policyPeriod_s;
+    }
     for (size_t i = 0; i < domains.size(); ++i) domains[i].Update(time_s, busy[i]);
     return (paused ? params.pausedPower_W : params.idlePower_W) + domains_W;
 }

@@ -47,12 +47,15 @@ class PartsDevice : public Device {
     size_t cpu = 0;  // the domain the game's CPU work runs on
     size_t gpu = 0;
     std::vector<double> pendingBusy_ms;
+    std::vector<double> busyShares;  // of the last step, kept to spare an allocation a frame
     std::vector<double> lastPower_W;
     ThermalNodes nodes;
     std::optional<CeilingsPolicy> ceilings;
     std::optional<PowerAllocatorPolicy> allocator;
     double time_s = 0.0;
     double nextPoll_s;
+    double policyPeriod_s = 1.0;
+    double nextPolicy_s = 0.0;
     int stepWiseState = 0;
 };
 
