@@ -73,6 +73,18 @@ void ReportBuilder::addParts(const TimelineRow& row) {
     parts.running_s += row.interval_s;
 }
 
+void ReportBuilder::finishParts(Report& report) const {
+    if (!parts.seen || covered_s <= 0.0) return;
+    if (parts.running_s > 0.0) {
+        report.meanCpu_MHz = parts.cpuMHz_s / parts.running_s;
+        report.meanGpu_MHz = parts.gpuMHz_s / parts.running_s;
+    }
+    report.cpuPower_W = parts.cpu_J / covered_s;
+    report.gpuPower_W = parts.gpu_J / covered_s;
+    report.timeCapped_s = parts.capped_s;
+    report.peakDieTemperature_C = parts.peakDie_C;
+}
+
 void ReportBuilder::addSteady(const TimelineRow& row) {
     const bool event = seenRow && (row.paused != lastPaused ||
                                    (!row.paused && !lastPaused && row.heldFps != lastHeld));
@@ -258,16 +270,7 @@ Report ReportBuilder::Finish(const ReportContext& context, const FrameHistogram&
     report.refreshRate_Hz = context.refreshRate_Hz;
 
     finishSteady(report);
-    if (parts.seen && covered_s > 0.0) {
-        if (parts.running_s > 0.0) {
-            report.meanCpu_MHz = parts.cpuMHz_s / parts.running_s;
-            report.meanGpu_MHz = parts.gpuMHz_s / parts.running_s;
-        }
-        report.cpuPower_W = parts.cpu_J / covered_s;
-        report.gpuPower_W = parts.gpu_J / covered_s;
-        report.timeCapped_s = parts.capped_s;
-        report.peakDieTemperature_C = parts.peakDie_C;
-    }
+    finishParts(report);
     finishShown(report, shown, context.running_s);
     if (frames.Count() > 0 && context.running_s > 0.0) {
         report.meanFps = static_cast<double>(frames.Count()) / context.running_s;

@@ -189,6 +189,7 @@ class ReportBuilder {
         double peakDie_C = 0.0;
     } parts;
     void addParts(const TimelineRow& row);
+    void finishParts(Report& report) const;
     std::optional<double> peak_C;
     double aboveUpper_s = 0.0;
     std::uint64_t jankFrames = 0;
