@@ -128,6 +128,31 @@ TEST(ReportTest, DisplayedRatesThatMissTheirCadenceOrHalveAreFindings) {
     EXPECT_NE(halved->text.find("(30 FPS or fewer on the 60 Hz panel)"), std::string::npos);
 }
 
+TEST(ReportTest, ADeviceOfPartsReportsItsClocksPowersCapAndDie) {
+    ReportBuilder builder;
+    for (int t = 1; t <= 4; ++t) {
+        TimelineRow row = second(t, 60, 60);
+        row.paused = t == 4;
+        row.cpu_MHz = t == 4 ? 408.0 : 1000.0 + 100.0 * t;  // running: 1100, 1200, 1300
+        row.gpu_MHz = 600.0;
+        row.cpuPower_W = 0.5;
+        row.gpuPower_W = t == 4 ? 0.1 : 1.5;
+        row.dieTemperature_C = 40.0 + t;
+        row.capped = t == 2 || t == 4;
+        builder.Add(row);
+    }
+    const Report report = builder.Finish(context(3), FrameHistogram());
+    EXPECT_DOUBLE_EQ(*report.meanCpu_MHz, 1200.0);  // running rows only
+    EXPECT_DOUBLE_EQ(*report.meanGpu_MHz, 600.0);
+    EXPECT_DOUBLE_EQ(*report.gpuPower_W, (1.5 * 3 + 0.1) / 4.0);  // every row
+    EXPECT_DOUBLE_EQ(*report.timeCapped_s, 2.0);
+    EXPECT_DOUBLE_EQ(*report.peakDieTemperature_C, 44.0);
+    // The older model has no clocks: nothing to report.
+    ReportBuilder older;
+    older.Add(second(1, 60, 60));
+    EXPECT_FALSE(older.Finish(context(1), FrameHistogram()).meanCpu_MHz.has_value());
+}
+
 TEST(ReportTest, SfpsReversalsBetweenTwoValuesAreADither) {
     ReportBuilder builder;
     std::vector<int> sfps = {-1, 50, 49, 48, 47};
