@@ -81,7 +81,7 @@ ThermalNodeParams readNode(const JsonDocument& document, const Json::Value& valu
 // A name among a fixed few, or a refusal that lists them.
 std::string oneOf(const JsonDocument& document, const Json::Value& value, const std::string& path,
                   const std::vector<std::string>& names, const char* what) {
-    const std::string name = ExpectString(document, value, path);
+    std::string name = ExpectString(document, value, path);
     if (std::find(names.begin(), names.end(), name) != names.end()) return name;
     std::string list;
     for (const std::string& known : names) list += (list.empty() ? "" : ", ") + known;
