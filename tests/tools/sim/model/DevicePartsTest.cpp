@@ -258,5 +258,46 @@ TEST(PartsDeviceTest, AGpuBoundFrameTakesLongerAtAHalvedGpuClockByTheExponent) {
     EXPECT_GT(device->Temperature_C(), 25.0);
 }
 
+// A hot device under load for a few seconds: what each thermal policy leaves of the GPU.
+DeviceClocks hotGpu(const std::string& device, bool policyOn, int* state) {
+    const Scenario scenario = LoadScenarioText(
+        TalvexSimTest::Replaced(
+            TalvexSimTest::ScenarioText("  \"device\": {" + device + ", \"initial_c\": 50},\n"),
+            "\"work_ms\": 9.0", "\"cpu_ms\": 2, \"gpu_ms\": 10"),
+        "h.json", "h");
+    const std::unique_ptr<Device> parts = MakeDevice(scenario, policyOn, 1);
+    for (int second = 0; second < 8; ++second) {
+        for (int frame = 0; frame < 60; ++frame) parts->AddFrame({2.0, 10.0, 1.0});
+        parts->Advance(1.0, false);
+    }
+    *state = parts->GovernorState();
+    return parts->Clocks();
+}
+
+TEST(PartsDeviceTest, EachThermalPolicyCapsAHotDeviceAndNoneLeavesIt) {
+    int state = 0;
+    // Past the 2017 rules' first monitor level (48 C): the GPU at most 414 MHz, so 400.
+    const DeviceClocks ceilings = hotGpu(R"("profile": "rk3399-ceilings")", true, &state);
+    EXPECT_DOUBLE_EQ(ceilings.gpu_MHz, 400.0);
+    EXPECT_TRUE(ceilings.capped);
+    EXPECT_EQ(state, 1);
+    // Far above its control temperature the allocator grants little more than nothing.
+    const DeviceClocks allocator = hotGpu(R"("profile": "rk3399-power-allocator")", true, &state);
+    EXPECT_LT(allocator.gpu_MHz, 800.0);
+    EXPECT_TRUE(allocator.capped);
+    // The older rule on these parts: a state per poll above the trip.
+    const DeviceClocks stepWise =
+        hotGpu(R"("profile": "rk3399-ceilings", "thermal_policy": "step-wise")", true, &state);
+    EXPECT_EQ(state, 5);
+    EXPECT_LE(stepWise.gpu_MHz, 400.0);
+    // No thermal policy: the load alone sets the clocks. 60 frames of 10 ms a second keep the
+    // GPU busy 60 % at 800 MHz, and schedutil asks for 1.25 x 0.6 x 800 = 600.
+    const DeviceClocks none = hotGpu(R"("profile": "rk3399-ceilings")", false, &state);
+    EXPECT_DOUBLE_EQ(none.gpu_MHz, 600.0);
+    EXPECT_FALSE(none.capped);
+    EXPECT_EQ(state, 0);
+    EXPECT_GT(none.gpuPower_W, allocator.gpuPower_W);
+}
+
 }  // namespace
 }  // namespace TalvexSim
