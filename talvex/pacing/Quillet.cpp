@@ -18,7 +18,15 @@ void Quillet::Update(int targetSFPS, int refreshRate, int maxFPS) {
 
 float Quillet::CalculateSleepDuration_ms() { return impl->CalculateSleepDuration_ms(); }
 
+Basics::TimePoint Quillet::CalculateWakeUpTime() { return impl->CalculateWakeUpTime(); }
+
 void Quillet::PostUpdate() { impl->PostUpdate(); }
+
+void Quillet::OnVsync(Basics::TimePoint vsync, std::chrono::nanoseconds period) {
+    impl->OnVsync(vsync, period);
+}
+
+void Quillet::SetLatchMargin(std::chrono::nanoseconds margin) { impl->SetLatchMargin(margin); }
 
 }  // namespace Quillet
 }  // namespace Nimbrel

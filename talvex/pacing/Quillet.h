@@ -1,6 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
+
+#include "talvex/basics/Clock.h"
 
 namespace android {
 namespace Nimbrel {
@@ -31,8 +34,21 @@ class Quillet {
     // Milliseconds to sleep so that frame ends lie one target period apart; never negative,
     // 0 when pacing is off or exploring.
     float CalculateSleepDuration_ms();
+    // Instead of CalculateSleepDuration_ms, for a caller that sleeps to an absolute time (as with
+    // clock_nanosleep and TIMER_ABSTIME on the steady clock): when the sleep should end, the
+    // frame's clock read plus that sleep, so nothing between here and the sleep lengthens the
+    // frame. A time already past means no sleep.
+    Basics::TimePoint CalculateWakeUpTime();
     // Marks the end of the frame; frame lengths are measured from one call to the next.
     void PostUpdate();
+
+    // Opt-in, Deadline only: the display's latest vsync and its period, from any thread (the
+    // latest call wins). While the held rate divides the refresh rate, each frame is scheduled to
+    // end the latch margin before a refresh of the held cadence, so that it is shown at the
+    // refresh it was meant for; without a vsync for a second, frames are paced as without one.
+    void OnVsync(Basics::TimePoint vsync, std::chrono::nanoseconds period);
+    // How long before a refresh a frame must be queued to be shown at it; 1 ms until set.
+    void SetLatchMargin(std::chrono::nanoseconds margin);
 
   private:
     class QuilletImpl;

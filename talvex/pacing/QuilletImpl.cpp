@@ -36,6 +36,12 @@ float elapsed_ms(Basics::TimePoint since, Basics::TimePoint now) {
     return static_cast<float>(Basics::ElapsedMs(since, now));
 }
 
+// Rounds toward minus infinity, as times before the vsync need.
+int64_t floorDivide(int64_t numerator, int64_t denominator) {
+    const int64_t quotient = numerator / denominator;
+    return quotient * denominator > numerator ? quotient - 1 : quotient;
+}
+
 }  // namespace
 
 int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line) {
@@ -109,6 +115,17 @@ void Quillet::QuilletImpl::updateStabilizedFPS(int targetSFPS, int fastest) {
 
 float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
     TALVEX_TRACE_SCOPE("Quillet::CalculateSleepDuration_ms()");
+    return calculateSleep_ms();
+}
+
+Basics::TimePoint Quillet::QuilletImpl::CalculateWakeUpTime() {
+    TALVEX_TRACE_SCOPE("Quillet::CalculateWakeUpTime()");
+    calculateSleep_ms();
+    // Pacing off takes no clock read of its own.
+    return std::isnan(SFPS) ? Basics::Now() : wakeUp;
+}
+
+float Quillet::QuilletImpl::calculateSleep_ms() {
     if (std::isnan(SFPS)) {
         reset();
         return 0.0f;
@@ -137,10 +154,13 @@ float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
         traceMicroseconds("AI Sleep duration (us)", sleep_ms);
         TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = %f",
                     sleep_ms);
+        wakeUp = now + std::chrono::nanoseconds(
+                           static_cast<int64_t>(static_cast<double>(sleep_ms) * 1e6 + 0.5));
         return sleep_ms;
     }
     atrace_int(TALVEX_TRACE_TAG, "AI Sleep duration (us)", 0);
     TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = 0");
+    wakeUp = now;
     return 0.0f;
 }
 
@@ -192,27 +212,112 @@ std::chrono::nanoseconds Quillet::QuilletImpl::period() const {
 }
 
 // The time in hand against the schedule: how much later than one period after the last frame end
-// the deadline falls. With no schedule running, one starts there.
+// the deadline falls. With no schedule running, one starts there, or at the first refresh of the
+// cadence that leaves the frame a whole period.
 float Quillet::QuilletImpl::deadlineQuota_ms() {
     if (!lastPostUpdateTime) return 0.0f;
-    const Basics::TimePoint unhurried = *lastPostUpdateTime + period();
-    if (Basics::IsDefaultTimestamp(deadline)) deadline = unhurried;
+    const Basics::TimePoint lastEnd = *lastPostUpdateTime;
+    const Cadence previous = cadence;
+    cadence = displayCadence(lastEnd, previous);
+    // Joining or leaving the display's cadence would hurry a frame by up to half a refresh.
+    if (cadence.Follows() != previous.Follows()) deadline = {};
+    const Basics::TimePoint unhurried = lastEnd + period();
+    if (Basics::IsDefaultTimestamp(deadline)) {
+        deadline = cadence.Follows() ? alignedDeadline(lastEnd) : unhurried;
+    } else if (cadence.Follows()) {
+        // Back onto the refreshes the latest vsync gives, should the display have drifted.
+        const std::chrono::nanoseconds margin(latchMargin_ns.load(std::memory_order_relaxed));
+        const int64_t offset = (deadline + margin - cadence.vsync).count();
+        const int64_t refresh = cadence.refresh.count();
+        const int64_t nearest = floorDivide(offset + refresh / 2, refresh);
+        deadline = cadence.vsync + nearest * cadence.refresh - margin;
+    }
     return elapsed_ms(unhurried, deadline);
 }
 
+Quillet::QuilletImpl::Cadence Quillet::QuilletImpl::displayCadence(Basics::TimePoint now,
+                                                                   const Cadence& previous) const {
+    Basics::TimePoint vsync;
+    std::chrono::nanoseconds refresh;
+    bool read = false;
+    for (int attempt = 0; attempt < kVsyncReadAttempts && !read; ++attempt) {
+        read = vsyncs.Read(vsync, refresh);
+    }
+    // A write outlasting every attempt changes nothing this frame.
+    if (!read) return vsyncs.Written() ? previous : Cadence{};
+    if (refresh.count() <= 0 || now - vsync > kVsyncExpiry) return {};
+    const double perFrame = 1e9 / static_cast<double>(refresh.count()) / static_cast<double>(SFPS);
+    const double whole = std::round(perFrame);
+    if (whole < 1.0 || std::fabs(perFrame - whole) > kCadenceTolerance * whole) return {};
+    return {vsync, refresh, static_cast<int64_t>(whole)};
+}
+
+// The refresh the last frame is latched at, if it was queued in time for the first it could make,
+// then the frame's own refreshes later, less the margin.
+Basics::TimePoint Quillet::QuilletImpl::alignedDeadline(Basics::TimePoint lastEnd) const {
+    const std::chrono::nanoseconds margin(latchMargin_ns.load(std::memory_order_relaxed));
+    const int64_t refresh = cadence.refresh.count();
+    const int64_t after = (lastEnd + margin - cadence.vsync).count();
+    const int64_t latched = -floorDivide(-after, refresh);
+    return cadence.vsync + (latched + cadence.refreshesPerFrame) * cadence.refresh - margin;
+}
+
 // A frame more than half a period off its deadline starts a new schedule from its end: catching
-// up would take a burst of short frames.
+// up would take a burst of short frames. On the display's cadence, so does a frame that ended
+// after the refresh it was meant for, or half a refresh early: it is shown at another refresh.
 void Quillet::QuilletImpl::followSchedule(Basics::TimePoint frameEnd) {
     if (sleptToDeadline) {
-        // The frame's length less the one intended, since the sleep was shortened by the estimate.
-        const float shown_ms = elapsed_ms(deadline, frameEnd) + oversleep_ms;
+        // The sleep ended here; it was meant to end at wakeUp.
+        const float shown_ms = elapsed_ms(wakeUp, frameEnd);
         oversleep_ms +=
             (std::clamp(shown_ms, 0.0f, kMaxOversleep_ms) - oversleep_ms) * kOversleepWeight;
         sleptToDeadline = false;
     }
     const std::chrono::nanoseconds late = frameEnd - deadline;
+    if (cadence.Follows()) {
+        const std::chrono::nanoseconds margin(latchMargin_ns.load(std::memory_order_relaxed));
+        const bool missed = late > margin || late < -cadence.refresh / 2;
+        deadline =
+            missed ? Basics::TimePoint{} : deadline + cadence.refreshesPerFrame * cadence.refresh;
+        return;
+    }
     const std::chrono::nanoseconds step = period();
     deadline = late > step / 2 || late < -step / 2 ? Basics::TimePoint{} : deadline + step;
+}
+
+void Quillet::QuilletImpl::OnVsync(Basics::TimePoint vsync, std::chrono::nanoseconds period) {
+    vsyncs.Write(vsync, period);
+}
+
+void Quillet::QuilletImpl::SetLatchMargin(std::chrono::nanoseconds margin) {
+    latchMargin_ns.store(margin.count(), std::memory_order_relaxed);
+}
+
+void Quillet::QuilletImpl::VsyncTimeline::Write(Basics::TimePoint vsync,
+                                                std::chrono::nanoseconds period) {
+    // Odd while a write is under way; a second writer waits for the first.
+    uint32_t even = sequence.load(std::memory_order_relaxed) & ~1u;
+    while (!sequence.compare_exchange_weak(even, even + 1, std::memory_order_acquire,
+                                           std::memory_order_relaxed)) {
+        even &= ~1u;
+    }
+    vsync_ns.store(vsync.time_since_epoch().count(), std::memory_order_relaxed);
+    period_ns.store(period.count(), std::memory_order_relaxed);
+    sequence.store(even + 2, std::memory_order_release);
+}
+
+bool Quillet::QuilletImpl::VsyncTimeline::Written() const {
+    return sequence.load(std::memory_order_relaxed) != 0;
+}
+
+bool Quillet::QuilletImpl::VsyncTimeline::Read(Basics::TimePoint& vsync,
+                                               std::chrono::nanoseconds& period) const {
+    const uint32_t before = sequence.load(std::memory_order_acquire);
+    if (before == 0 || (before & 1u) != 0) return false;
+    vsync = Basics::TimePoint(std::chrono::nanoseconds(vsync_ns.load(std::memory_order_relaxed)));
+    period = std::chrono::nanoseconds(period_ns.load(std::memory_order_relaxed));
+    std::atomic_thread_fence(std::memory_order_acquire);
+    return sequence.load(std::memory_order_relaxed) == before;
 }
 
 void Quillet::QuilletImpl::reset() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -45,9 +46,38 @@ class Quillet::QuilletImpl {
 
     void Update(int targetSFPS, int refreshRate, int maxFPS);
     float CalculateSleepDuration_ms();
+    Basics::TimePoint CalculateWakeUpTime();
     void PostUpdate();
+    void OnVsync(Basics::TimePoint vsync, std::chrono::nanoseconds period);
+    void SetLatchMargin(std::chrono::nanoseconds margin);
 
   private:
+    // Written from any thread and read on the render thread: a sequence lock whose reader never
+    // waits and whose writers wait only for each other.
+    class VsyncTimeline {
+      public:
+        void Write(Basics::TimePoint vsync, std::chrono::nanoseconds period);
+        // False while a write is under way or before the first.
+        bool Read(Basics::TimePoint& vsync, std::chrono::nanoseconds& period) const;
+        bool Written() const;
+
+      private:
+        std::atomic<uint32_t> sequence{0};
+        std::atomic<int64_t> vsync_ns{0};
+        std::atomic<int64_t> period_ns{0};
+    };
+    static_assert(std::atomic<int64_t>::is_always_lock_free, "vsyncs must not take a lock");
+
+    // The display's refreshes that frames of the held rate are scheduled against; none when the
+    // rate does not divide the refresh rate or no recent vsync is known.
+    struct Cadence {
+        Basics::TimePoint vsync{};
+        std::chrono::nanoseconds refresh{0};
+        int64_t refreshesPerFrame = 0;
+        bool Follows() const { return refreshesPerFrame > 0; }
+    };
+
+    float calculateSleep_ms();
     void updateStabilizedFPS(int targetSFPS, int fastestFPS);
     void updateSleepCalibration();
     void reset();
@@ -56,6 +86,8 @@ class Quillet::QuilletImpl {
     bool pacesToDeadline() const;
     std::chrono::nanoseconds period() const;
     float deadlineQuota_ms();
+    Cadence displayCadence(Basics::TimePoint now, const Cadence& previous) const;
+    Basics::TimePoint alignedDeadline(Basics::TimePoint lastEnd) const;
     void followSchedule(Basics::TimePoint frameEnd);
 
     void sendInfoToAI();
@@ -72,6 +104,11 @@ class Quillet::QuilletImpl {
     // sleep's. Each frame weighs 1/16, so one preempted sleep moves the estimate little.
     static constexpr float kMaxOversleep_ms = 2.0f;
     static constexpr float kOversleepWeight = 1.0f / 16.0f;
+    // Refresh rates within 1 % of a multiple of the held rate count as that multiple (59.94 Hz
+    // panels); a vsync older than a second means the display stopped reporting.
+    static constexpr double kCadenceTolerance = 0.01;
+    static constexpr std::chrono::seconds kVsyncExpiry{1};
+    static constexpr int kVsyncReadAttempts = 8;
 
     const PacingPolicy policy;
 
@@ -88,11 +125,17 @@ class Quillet::QuilletImpl {
     float sleepDuration_ms = kNaN;
     float frameLength_ms = kNaN;
     bool isExploring = false;
+    // When the frame under way should stop sleeping: the clock read of its calculation plus the
+    // sleep returned.
+    Basics::TimePoint wakeUp{};
     // Deadline only: when the frame under way should end (default while no schedule runs),
     // whether its sleep was computed against that, and the oversleep learned so far.
     Basics::TimePoint deadline{};
     bool sleptToDeadline = false;
     float oversleep_ms = 0.0f;
+    Cadence cadence;
+    VsyncTimeline vsyncs;
+    std::atomic<int64_t> latchMargin_ns{1000000};
 };
 
 }  // namespace Quillet
