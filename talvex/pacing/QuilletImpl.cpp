@@ -219,8 +219,11 @@ float Quillet::QuilletImpl::deadlineQuota_ms() {
     const Basics::TimePoint lastEnd = *lastPostUpdateTime;
     const Cadence previous = cadence;
     cadence = displayCadence(lastEnd, previous);
-    // Joining or leaving the display's cadence would hurry a frame by up to half a refresh.
-    if (cadence.Follows() != previous.Follows()) deadline = {};
+    // Joining or leaving the display's cadence, or a new refresh rate, would hurry a frame by up
+    // to half a refresh.
+    if (cadence.Follows() != previous.Follows() || cadence.refresh != previous.refresh) {
+        deadline = {};
+    }
     const Basics::TimePoint unhurried = lastEnd + period();
     if (Basics::IsDefaultTimestamp(deadline)) {
         deadline = cadence.Follows() ? alignedDeadline(lastEnd) : unhurried;

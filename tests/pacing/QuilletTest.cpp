@@ -7,6 +7,8 @@
 #include <chrono>
 #include <cmath>
 #include <memory>
+#include <thread>
+#include <vector>
 
 #include "harness/AllocationCounter.h"
 #include "harness/LogSink.h"
@@ -359,6 +361,198 @@ TEST_F(DeadlineTest, OffAndExploringAreAsUnderQuota) {
         return seen;
     };
     EXPECT_EQ(run(PacingPolicy::Deadline), run(PacingPolicy::Quota));
+}
+
+// A render loop on virtual time whose sleeps end 50-80 us late, sleeping either what it is told
+// or to the wake-up time it is given; vsyncs, when fed, come from a 60 Hz panel.
+class WakeUpTest : public ::testing::Test {
+  protected:
+    static constexpr std::chrono::nanoseconds kRefresh{16666667};
+    static constexpr Basics::TimePoint kFirstVsync =
+        TalvexHarness::VirtualClock::kStart + std::chrono::microseconds(3700);
+    enum class Pacing { Quota, Deadline, DeadlineVsync };
+
+    struct Step {
+        Basics::TimePoint read;  // the clock when the sleep was asked for
+        Basics::TimePoint wake;  // when the sleep was to end
+        Basics::TimePoint end;
+    };
+
+    void Start(Pacing pacing) {
+        quillet = std::make_unique<Quillet>(pacing == Pacing::Quota ? PacingPolicy::Quota
+                                                                    : PacingPolicy::Deadline);
+        vsyncs = pacing == Pacing::DeadlineVsync;
+        seed = 1;
+    }
+    Step Frame(int target, double work_ms, bool absolute) {
+        if (vsyncs) quillet->OnVsync(LatestVsync(clock.Now()), kRefresh);
+        quillet->Update(target, 60, 60);
+        clock.AdvanceMs(work_ms);
+        Step step{clock.Now(), {}, {}};
+        if (absolute) {
+            step.wake = quillet->CalculateWakeUpTime();
+        } else {
+            const float sleep_ms = quillet->CalculateSleepDuration_ms();
+            step.wake = step.read + std::chrono::nanoseconds(std::llround(sleep_ms * 1e6));
+        }
+        seed = seed * 1664525u + 1013904223u;
+        if (step.wake > step.read) {
+            clock.Set(step.wake + std::chrono::microseconds(50 + (seed >> 16) % 31));
+        }
+        quillet->PostUpdate();
+        step.end = clock.Now();
+        return step;
+    }
+    static Basics::TimePoint LatestVsync(Basics::TimePoint now) {
+        return kFirstVsync + (now - kFirstVsync) / kRefresh * kRefresh;
+    }
+    // How far past the nearest refresh a time lies, in microseconds.
+    static double OffRefresh_us(Basics::TimePoint time) {
+        const std::chrono::nanoseconds since = (time - kFirstVsync + kRefresh / 2) % kRefresh;
+        return static_cast<double>((since - kRefresh / 2).count()) / 1e3;
+    }
+
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
+    std::unique_ptr<Quillet> quillet;
+    bool vsyncs = false;
+    uint32_t seed = 1;
+};
+
+// The same frames paced by the relative and by the absolute call, off, exploring and holding,
+// at rates that divide the refresh and one that does not.
+TEST_F(WakeUpTest, WakeUpIsTheClockReadPlusTheSleepAndPacesAlike) {
+    const auto run = [this](Pacing pacing, bool absolute) {
+        clock.Set(TalvexHarness::VirtualClock::kStart);
+        Start(pacing);
+        std::vector<Step> steps;
+        for (int frame = 0; frame < 200; ++frame) {
+            const int target = std::array<int, 5>{30, -60, 0, 45, 60}[frame / 40];
+            steps.push_back(
+                Frame(target, 4.0 + frame % 13 * (frame % 40 == 17 ? 4.0 : 1.0), absolute));
+        }
+        return steps;
+    };
+    for (Pacing pacing : {Pacing::Quota, Pacing::Deadline, Pacing::DeadlineVsync}) {
+        const std::vector<Step> told = run(pacing, false);
+        const std::vector<Step> woken = run(pacing, true);
+        int sleeps = 0;
+        for (std::size_t frame = 0; frame < told.size(); ++frame) {
+            ASSERT_EQ(woken[frame].read, told[frame].read) << frame;
+            ASSERT_EQ(woken[frame].wake, told[frame].wake) << frame;
+            ASSERT_EQ(woken[frame].end, told[frame].end) << frame;
+            sleeps += woken[frame].wake > woken[frame].read;
+            // Exploring (40-79) and off (80-119) do not sleep.
+            if (frame >= 40 && frame < 120) {
+                ASSERT_EQ(woken[frame].wake, woken[frame].read);
+            }
+        }
+        EXPECT_GT(sleeps, 100) << static_cast<int>(pacing);
+    }
+}
+
+// Settled, every frame ends the margin before every second refresh; a frame that misses its
+// refresh is followed two refreshes after the one it lands on.
+TEST_F(WakeUpTest, HeldThirtyEndsTheMarginBeforeEverySecondRefresh) {
+    Start(Pacing::DeadlineVsync);
+    quillet->SetLatchMargin(std::chrono::microseconds(2000));
+    // The refresh a frame ending then is shown at, by a panel that latches 1 ms ahead.
+    const auto shownAt = [](const Step& step) {
+        const std::chrono::nanoseconds since =
+            step.end + std::chrono::microseconds(1000) - kFirstVsync;
+        return (since + kRefresh - std::chrono::nanoseconds(1)) / kRefresh;
+    };
+    int64_t previous = 0;
+    std::unique_ptr<TalvexHarness::AllocationCounter> allocations;
+    for (int frame = 0; frame < 300; ++frame) {
+        if (frame == 100) allocations = std::make_unique<TalvexHarness::AllocationCounter>();
+        const Step step = Frame(30, 5.0 + frame % 21, true);
+        if (frame >= 100) {
+            ASSERT_NEAR(OffRefresh_us(step.end), -2000.0, 20.0) << frame;
+            ASSERT_EQ(shownAt(step), previous + 2) << frame;
+        }
+        previous = shownAt(step);
+    }
+    EXPECT_EQ(allocations->Count(), 0u);
+    const int64_t late = shownAt(Frame(30, 40.0, true));
+    EXPECT_EQ(late, previous + 3);
+    const Step next = Frame(30, 5.0, true);
+    EXPECT_NEAR(OffRefresh_us(next.end), -2000.0, 20.0);
+    EXPECT_EQ(shownAt(next), late + 2);
+    EXPECT_EQ(shownAt(Frame(30, 20.0, true)), late + 4);
+}
+
+// Vsyncs change nothing while the held rate does not divide the refresh rate, once they are a
+// second old, or when the pacing is to the frame quota.
+TEST_F(WakeUpTest, WithoutACadenceToFollowVsyncsChangeNothing) {
+    const auto ends = [this](PacingPolicy policy, int target, int staleness_ms, bool feed) {
+        clock.Set(TalvexHarness::VirtualClock::kStart + std::chrono::milliseconds(1500));
+        quillet = std::make_unique<Quillet>(policy);
+        if (feed) quillet->OnVsync(LatestVsync(clock.Now()), kRefresh);
+        seed = 1;
+        std::vector<Basics::TimePoint> seen;
+        for (int frame = 0; frame < 100; ++frame) {
+            vsyncs = false;
+            if (feed && staleness_ms == 0) quillet->OnVsync(LatestVsync(clock.Now()), kRefresh);
+            seen.push_back(Frame(target, 5.0 + frame % 7, true).end);
+        }
+        return seen;
+    };
+    EXPECT_EQ(ends(PacingPolicy::Deadline, 45, 0, true),
+              ends(PacingPolicy::Deadline, 45, 0, false));
+    EXPECT_EQ(ends(PacingPolicy::Quota, 30, 0, true), ends(PacingPolicy::Quota, 30, 0, false));
+    // One vsync only, before the first frame: followed for a second, then no longer.
+    const std::vector<Basics::TimePoint> once = ends(PacingPolicy::Deadline, 30, 1, true);
+    const std::vector<Basics::TimePoint> never = ends(PacingPolicy::Deadline, 30, 1, false);
+    EXPECT_NE(once[20], never[20]);
+    EXPECT_NEAR(OffRefresh_us(once[20]), -1000.0, 20.0);
+    for (std::size_t frame = 40; frame < once.size(); ++frame) {
+        // The sleeps, rounded differently, teach oversleeps a few nanoseconds apart.
+        ASSERT_LT(
+            std::abs(((once[frame] - once[frame - 1]) - (never[frame] - never[frame - 1])).count()),
+            100)
+            << frame;
+    }
+}
+
+// A vsync thread publishing the panel's timeline while the render thread paces: frames keep to
+// the refreshes, and the ThreadSanitizer job sees no race.
+TEST(QuilletConcurrency, VsyncsFromAnotherThreadKeepFramesOnTheRefreshes) {
+    TalvexHarness::NodeDirectory nodes;
+    TalvexHarness::VirtualClock clock;
+    constexpr std::chrono::nanoseconds kRefresh{16666667};
+    const Basics::TimePoint firstVsync = clock.Now();
+    Quillet quillet(PacingPolicy::Deadline);
+    std::atomic<bool> done{false};
+    std::atomic<int> calls{0};
+    std::thread vsyncs([&] {
+        while (!done.load(std::memory_order_relaxed)) {
+            const Basics::TimePoint now = TalvexHarness::VirtualClock::Now();
+            quillet.OnVsync(firstVsync + (now - firstVsync) / kRefresh * kRefresh, kRefresh);
+            calls.fetch_add(1, std::memory_order_relaxed);
+        }
+    });
+    std::vector<Basics::TimePoint> ends;
+    for (int frame = 0; frame < 250; ++frame) {
+        // Virtual time outruns the vsync thread unless each frame waits for a call of its own.
+        for (const int seen = calls.load(std::memory_order_relaxed);
+             calls.load(std::memory_order_relaxed) < seen + 2;) {
+            std::this_thread::yield();
+        }
+        quillet.Update(30, 60, 60);
+        clock.AdvanceMs(5.0 + frame % 17);
+        const Basics::TimePoint wake = quillet.CalculateWakeUpTime();
+        if (wake > clock.Now()) clock.Set(wake);
+        quillet.PostUpdate();
+        ends.push_back(clock.Now());
+    }
+    done.store(true, std::memory_order_relaxed);
+    vsyncs.join();
+    for (std::size_t frame = 100; frame < ends.size(); ++frame) {
+        const int64_t toLatch = (ends[frame] - firstVsync + std::chrono::milliseconds(1)).count();
+        ASSERT_LT(std::abs(toLatch - std::llround(toLatch / 16666666.7) * 16666667), 5000) << frame;
+        ASSERT_EQ(std::llround((ends[frame] - ends[frame - 1]).count() / 16666666.7), 2) << frame;
+    }
 }
 
 }  // namespace
