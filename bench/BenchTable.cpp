@@ -279,7 +279,8 @@ class Table {
             << context["warmup_seconds"].asDouble() << " s of warm-up, scheduling policy "
             << context["scheduling"].asString()
             << "; the caller sleeps the returned milliseconds with `clock_nanosleep`, under "
-               "each pacing policy. Error: |frame interval - period|.\n"
+               "each pacing policy, or to the returned wake-up time (`TIMER_ABSTIME`). Error: "
+               "|frame interval - period|.\n"
             << source(context["command"].asString(), context["machine"].asString(),
                       context["date"].asString())
             << "| SFPS | Pacer | Frames | Mean rate | Rate error | Interval std. dev., ms | p99 "
@@ -299,7 +300,9 @@ class Table {
             const double rateError = run["rate_error_pct"].asDouble();
             const std::string label = pacer == "quillet"    ? "Quillet, Quota"
                                       : pacer == "deadline" ? "Quillet, Deadline"
-                                                            : pacer;
+                                      : pacer == "deadline-abs"
+                                          ? "Quillet, Deadline, sleeping to the wake-up time"
+                                          : pacer;
             out << "| " << rate << " | " << label << " | " << run["frames"].asUInt64() << " | "
                 << format("%.3f", run["mean_rate"].asDouble()) << " | "
                 << format("%+.3f%%", rateError) << " | "
@@ -313,8 +316,10 @@ class Table {
                                      " under Quota: p99 error at most 1.5 times the floor's",
                                  ratio <= 1.5, format("%.2f times", ratio)});
             }
-            if (pacer == "deadline") {
-                const std::string prefix = "SFPS " + std::to_string(rate) + " under Deadline: ";
+            if (pacer == "deadline" || pacer == "deadline-abs") {
+                const std::string prefix =
+                    "SFPS " + std::to_string(rate) +
+                    (pacer == "deadline" ? " under Deadline: " : " under Deadline, to wake-ups: ");
                 const double stddev = run["interval_stddev_ms"].asDouble();
                 goals.push_back({prefix + "p99 error at most 1.5 times the floor's", ratio <= 1.5,
                                  format("%.2f times", ratio)});

@@ -1,5 +1,6 @@
 // Real-time pacing accuracy: a render loop with a jittery busy workload and real sleeps, paced by
-// the pacing object under each policy (the caller sleeps the returned milliseconds), by a naive
+// the pacing object under each policy (the caller sleeps the returned milliseconds, or under
+// Deadline also to the returned wake-up time), by a naive
 // pacer (sleep for the period minus the work time) and by the floor (sleep to absolute deadlines).
 // Each run's frame intervals are compared with the target period.
 #include <sched.h>
@@ -98,8 +99,9 @@ Nanoseconds periodOf(int rate) { return Nanoseconds(1000000000LL / rate); }
 // excluded.
 using FrameEnds = std::vector<Clock::time_point>;
 
+// absolute: the caller sleeps to the wake-up time instead of for the returned milliseconds.
 FrameEnds runQuillet(int rate, const Options& options,
-                     android::Nimbrel::Quillet::PacingPolicy policy) {
+                     android::Nimbrel::Quillet::PacingPolicy policy, bool absolute = false) {
     TalvexHarness::NodeDirectory nodes;
     android::Nimbrel::Quillet::Quillet quillet(policy);
     Workload workload(options.seed, periodOf(rate));
@@ -110,8 +112,13 @@ FrameEnds runQuillet(int rate, const Options& options,
     for (Clock::time_point now = start; now < until;) {
         quillet.Update(rate, 120, 120);
         spinFor(workload.Next());
-        const float sleep_ms = quillet.CalculateSleepDuration_ms();
-        sleepRelative(Nanoseconds(static_cast<Nanoseconds::rep>(sleep_ms * 1e6f)));
+        if (absolute) {
+            // The library's clock is the steady clock here.
+            sleepUntil(Clock::time_point(quillet.CalculateWakeUpTime().time_since_epoch()));
+        } else {
+            const float sleep_ms = quillet.CalculateSleepDuration_ms();
+            sleepRelative(Nanoseconds(static_cast<Nanoseconds::rep>(sleep_ms * 1e6f)));
+        }
         now = Clock::now();
         if (now >= measureFrom) ends.push_back(now);
         quillet.PostUpdate();
@@ -292,20 +299,21 @@ int main(int argc, char** argv) {
     }
     Basics::Log::SetLogLevel(2);
     std::vector<Result> results;
-    std::printf("%-6s %-8s %8s %10s %9s %11s %11s\n", "rate", "pacer", "frames", "mean rate",
+    std::printf("%-6s %-12s %8s %10s %9s %11s %11s\n", "rate", "pacer", "frames", "mean rate",
                 "error %", "stddev ms", "p99 err ms");
     for (int rate : options.rates) {
-        for (const char* pacer : {"quillet", "deadline", "naive", "floor"}) {
+        for (const char* pacer : {"quillet", "deadline", "deadline-abs", "naive", "floor"}) {
             using android::Nimbrel::Quillet::PacingPolicy;
             const std::string name = pacer;
             const FrameEnds ends =
-                name == "quillet"    ? runQuillet(rate, options, PacingPolicy::Quota)
-                : name == "deadline" ? runQuillet(rate, options, PacingPolicy::Deadline)
-                : name == "naive"    ? runNaive(rate, options)
-                                     : runFloor(rate, options);
+                name == "quillet"        ? runQuillet(rate, options, PacingPolicy::Quota)
+                : name == "deadline"     ? runQuillet(rate, options, PacingPolicy::Deadline)
+                : name == "deadline-abs" ? runQuillet(rate, options, PacingPolicy::Deadline, true)
+                : name == "naive"        ? runNaive(rate, options)
+                                         : runFloor(rate, options);
             const Result r = summarise(rate, name, ends);
             if (!options.intervalsDirectory.empty()) writeIntervals(options, rate, name, ends);
-            std::printf("%-6d %-8s %8zu %10.3f %9.3f %11.4f %11.4f\n", r.rate, r.pacer.c_str(),
+            std::printf("%-6d %-12s %8zu %10.3f %9.3f %11.4f %11.4f\n", r.rate, r.pacer.c_str(),
                         r.frames, r.meanRate, r.rateError_pct, r.intervalStddev_ms,
                         r.p99AbsError_ms);
             std::fflush(stdout);
