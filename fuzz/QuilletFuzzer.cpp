@@ -1,8 +1,10 @@
 // Sequences of pacing targets and frame times on virtual time: each input byte picks the next
 // operation of a render thread (a target, a sleep calculation, a frame end, time passing, a new
-// pacing object, of the other policy). Nothing may leave the pacing object, the sleep it returns is
-// never negative nor NaN, and its node holds either the cleared line or nine fields, with NaN
-// written as nan.
+// pacing object, of the other policy, a vsync, a latch margin, a frame sleeping to its wake-up
+// time). Nothing may leave the pacing object, the sleep it returns is never negative nor NaN, a
+// wake-up time is never before the frame's clock read, and its node holds either the cleared line
+// or nine fields, with NaN written as nan.
+#include <chrono>
 #include <cstdint>
 #include <fstream>
 #include <iterator>
@@ -63,6 +65,13 @@ void checkSleep(float sleep_ms) {
     if (!(sleep_ms >= 0.0f)) __builtin_trap();
 }
 
+// Some nanoseconds either side of zero, as vsync times around now and periods come.
+std::chrono::nanoseconds signedDuration(FuzzInput& input) {
+    const bool negative = input.Byte() % 2 == 1;
+    const auto span = static_cast<int64_t>(duration_ns(input) & ((1ULL << 62) - 1));
+    return std::chrono::nanoseconds(negative ? -span : span);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -78,7 +87,31 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int refreshRate = 60;
     int maxFPS = 60;
     while (!input.Empty()) {
-        switch (input.Byte() % 7) {
+        const uint8_t operation = input.Byte();
+        if (operation >= 0xE0) {
+            switch (operation % 3) {
+                case 0:
+                    quillet->OnVsync(TalvexHarness::VirtualClock::Now() + signedDuration(input),
+                                     signedDuration(input));
+                    break;
+                case 1:
+                    quillet->SetLatchMargin(signedDuration(input));
+                    break;
+                default: {
+                    quillet->Update(target, refreshRate, maxFPS);
+                    FuzzEnvironment::Advance(duration_ns(input));
+                    const Basics::TimePoint read = TalvexHarness::VirtualClock::Now();
+                    const Basics::TimePoint wake = quillet->CalculateWakeUpTime();
+                    if (wake < read) __builtin_trap();
+                    checkNode();
+                    FuzzEnvironment::Advance(static_cast<uint64_t>((wake - read).count()));
+                    quillet->PostUpdate();
+                    break;
+                }
+            }
+            continue;
+        }
+        switch (operation % 7) {
             case 0:
                 target = fromTable(input, kTargets, kTargetCount);
                 refreshRate = fromTable(input, kLimits, kLimitCount);

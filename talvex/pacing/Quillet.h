@@ -47,7 +47,8 @@ class Quillet {
     // end the latch margin before a refresh of the held cadence, so that it is shown at the
     // refresh it was meant for; without a vsync for a second, frames are paced as without one.
     void OnVsync(Basics::TimePoint vsync, std::chrono::nanoseconds period);
-    // How long before a refresh a frame must be queued to be shown at it; 1 ms until set.
+    // How long before a refresh a frame must be queued to be shown at it, with room for the
+    // sleep's jitter; 1 ms until set, kept within 0 to 1 s.
     void SetLatchMargin(std::chrono::nanoseconds margin);
 
   private:

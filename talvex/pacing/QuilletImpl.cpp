@@ -248,7 +248,8 @@ Quillet::QuilletImpl::Cadence Quillet::QuilletImpl::displayCadence(Basics::TimeP
     }
     // A write outlasting every attempt changes nothing this frame.
     if (!read) return vsyncs.Written() ? previous : Cadence{};
-    if (refresh.count() <= 0 || now - vsync > kVsyncExpiry) return {};
+    // Compared this way round so that no vsync time, however far off, overflows.
+    if (refresh.count() <= 0 || vsync < now - kVsyncExpiry) return {};
     const double perFrame = 1e9 / static_cast<double>(refresh.count()) / static_cast<double>(SFPS);
     const double whole = std::round(perFrame);
     if (whole < 1.0 || std::fabs(perFrame - whole) > kCadenceTolerance * whole) return {};
@@ -293,7 +294,9 @@ void Quillet::QuilletImpl::OnVsync(Basics::TimePoint vsync, std::chrono::nanosec
 }
 
 void Quillet::QuilletImpl::SetLatchMargin(std::chrono::nanoseconds margin) {
-    latchMargin_ns.store(margin.count(), std::memory_order_relaxed);
+    const std::chrono::nanoseconds kept =
+        std::clamp<std::chrono::nanoseconds>(margin, std::chrono::nanoseconds(0), kMostLatchMargin);
+    latchMargin_ns.store(kept.count(), std::memory_order_relaxed);
 }
 
 void Quillet::QuilletImpl::VsyncTimeline::Write(Basics::TimePoint vsync,

@@ -109,6 +109,8 @@ class Quillet::QuilletImpl {
     static constexpr double kCadenceTolerance = 0.01;
     static constexpr std::chrono::seconds kVsyncExpiry{1};
     static constexpr int kVsyncReadAttempts = 8;
+    // No panel latches a second ahead; the bound keeps the arithmetic on times in range.
+    static constexpr std::chrono::seconds kMostLatchMargin{1};
 
     const PacingPolicy policy;
 
