@@ -185,7 +185,7 @@ class ClosedLoop {
     void createPacer() {
         const PolicyKind kind = options.policy.kind;
         if (kind != PolicyKind::Library && kind != PolicyKind::Fixed) return;
-        session.CreatePacer(options.policy.pacing.value_or(scenario.pacing));
+        session.CreatePacer(LibraryPolicy(options.policy.pacing.value_or(scenario.pacing)));
     }
 
     // Passes the row times (and with a periodic host its ticks) due up to that time, then
