@@ -11,8 +11,6 @@
 namespace TalvexSim {
 namespace {
 
-using android::Nimbrel::Quillet::PacingPolicy;
-
 std::string refusal(const std::string& name) {
     try {
         ParsePolicy(name);
@@ -20,22 +18,6 @@ std::string refusal(const std::string& name) {
         return error.what();
     }
     return "<accepted>";
-}
-
-TEST(PacingTest, EachChoiceIsALibraryPolicyAndOnlyDeadlineVsyncFeedsTheRefreshes) {
-    const struct {
-        Pacing pacing;
-        PacingPolicy library;
-        bool vsync;
-    } cases[] = {
-        {Pacing::Quota, PacingPolicy::Quota, false},
-        {Pacing::Deadline, PacingPolicy::Deadline, false},
-        {Pacing::DeadlineVsync, PacingPolicy::Deadline, true},
-    };
-    for (const auto& c : cases) {
-        EXPECT_EQ(LibraryPolicy(c.pacing), c.library) << static_cast<int>(c.pacing);
-        EXPECT_EQ(FeedsVsync(c.pacing), c.vsync) << static_cast<int>(c.pacing);
-    }
 }
 
 TEST(PacingTest, AScenarioNamesItsPacingAndAPolicyNameMayOverrideIt) {
