@@ -20,7 +20,10 @@ Policy ParsePolicy(const std::string& text) {
         policy.kind = PolicyKind::Library;
     } else if (text == "talvex+deadline") {
         policy.kind = PolicyKind::Library;
-        policy.pacing = android::Nimbrel::Quillet::PacingPolicy::Deadline;
+        policy.pacing = Pacing::Deadline;
+    } else if (text == "talvex+deadline-vsync") {
+        policy.kind = PolicyKind::Library;
+        policy.pacing = Pacing::DeadlineVsync;
     } else if (text == "swap-interval") {
         policy.kind = PolicyKind::SwapInterval;
     } else if (text == "governor") {
@@ -41,9 +44,10 @@ Policy ParsePolicy(const std::string& text) {
         policy.kind = PolicyKind::Fixed;
         policy.fixedFps = static_cast<int>(fps);
     } else {
-        throw std::invalid_argument(
-            "'" + text +
-            "' is not a policy (talvex, talvex+deadline, swap-interval, governor, fixed:N, none)");
+        throw std::invalid_argument("'" + text +
+                                    "' is not a policy (talvex, talvex+deadline, "
+                                    "talvex+deadline-vsync, swap-interval, governor, fixed:N, "
+                                    "none)");
     }
     return policy;
 }

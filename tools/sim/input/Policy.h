@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "talvex/pacing/Quillet.h"
+#include "tools/sim/input/Pacing.h"
 
 namespace TalvexSim {
 
@@ -12,7 +12,8 @@ namespace TalvexSim {
 // every policy but None, as on a real phone.
 enum class PolicyKind {
     Library,       // "talvex": the FPS manager decides, the pacing object holds its SFPS;
-                   // "talvex+deadline" paces to deadlines instead of the frame quota
+                   // "talvex+deadline" paces to deadlines instead of the frame quota,
+                   // "talvex+deadline-vsync" to deadlines on the display's refreshes
     Governor,      // "governor": no library, the game at its own cap
     SwapInterval,  // "swap-interval": no library, the game paced to whole refresh periods as
                    // Android's frame pacing library paces it
@@ -24,7 +25,7 @@ struct Policy {
     PolicyKind kind = PolicyKind::Library;
     int fixedFps = 0;  // Fixed only
     // The pacing object's policy when the name chooses one; else the scenario's.
-    std::optional<android::Nimbrel::Quillet::PacingPolicy> pacing;
+    std::optional<Pacing> pacing;
     std::string name;  // as written: "talvex", "fixed:45", ...
 
     bool UsesManager() const { return kind == PolicyKind::Library; }

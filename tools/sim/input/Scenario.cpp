@@ -561,12 +561,12 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
     scenario.duration_s = top.Number("duration_s", 1.0, kLongestRun_s);
     scenario.seed = top.Unsigned64("seed", scenario.seed);
     scenario.refreshRate_Hz = top.Integer("refresh_rate_hz", 1, 1000, scenario.refreshRate_Hz);
-    const std::string pacing = top.String("pacing", "quota");
-    if (pacing == "deadline") {
-        scenario.pacing = android::Nimbrel::Quillet::PacingPolicy::Deadline;
-    } else if (pacing != "quota") {
-        document.Fail(top.Member("pacing"), "pacing", "expected \"quota\" or \"deadline\"");
+    const std::optional<Pacing> pacing = PacingNamed(top.String("pacing", "quota"));
+    if (!pacing) {
+        document.Fail(top.Member("pacing"), "pacing",
+                      "expected \"quota\", \"deadline\" or \"deadline-vsync\"");
     }
+    scenario.pacing = *pacing;
     static const Json::Value kNoFields(Json::objectValue);
     scenario.display = readDisplay(document, top.Has("display") ? top.Member("display") : kNoFields,
                                    scenario.refreshRate_Hz);

@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "talvex/pacing/Quillet.h"
 #include "talvex/user_settings/UserSetting.h"
 #include "tools/sim/input/DeviceParts.h"
+#include "tools/sim/input/Pacing.h"
 
 namespace TalvexSim {
 
@@ -144,7 +144,7 @@ struct Scenario {
     GameParams game;
     DeviceParams device;
     std::vector<ScenarioEvent> events;  // ordered by time
-    android::Nimbrel::Quillet::PacingPolicy pacing = android::Nimbrel::Quillet::PacingPolicy::Quota;
+    Pacing pacing = Pacing::Quota;
     std::vector<FaultEvent> faults;  // ordered by start
 
     // The online configuration exactly as written, and what the library's parser made of it.

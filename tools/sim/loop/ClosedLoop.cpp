@@ -26,6 +26,10 @@ constexpr double kMostOversleep_ms = 0.08;
 constexpr int kLeastHeldTarget = 11;
 // A frame this many held periods long or longer is a visible stutter.
 constexpr double kJankFactor = 1.5;
+// Told to a pacer fed the display's refreshes, beyond the display's own latch margin: room for
+// the sleep's oversleep to vary, so that a frame that ends a little late for its wake-up is still
+// latched at the refresh it was meant for. Our choice.
+constexpr double kLatchHeadroom_ms = 0.5;
 
 // The event loop of a game session on virtual time: frames one after another, the host's ticks
 // (once a period, or after every frame with the OFPS of the last second), the scenario's events
@@ -35,6 +39,7 @@ class ClosedLoop {
     ClosedLoop(const Scenario& scenario_, const RunOptions& options_)
         : scenario(scenario_),
           options(options_),
+          pacing(options_.policy.pacing.value_or(scenario_.pacing)),
           session(scenario_, options_, scenario_.refreshRate_Hz, options_.policy.UsesManager()),
           game(scenario_.game, scenario_.refreshRate_Hz,
                DeriveSeed(scenario_.seed, RandomStream::Game)),
@@ -105,12 +110,7 @@ class ClosedLoop {
                       : 0;
         advance(workDone);
 
-        const float sleep_ms = session.SleepMs();
-        const std::int64_t slept =
-            sleep_ms > 0.0f ? MillisecondsToNs(sleep_ms + sleepRandom.Uniform(kLeastOversleep_ms,
-                                                                              kMostOversleep_ms))
-                            : 0;
-        std::int64_t end = std::max(workDone + slept, start + minFramePeriod_ns);
+        std::int64_t end = std::max(workDone + sleep_ns(workDone), start + minFramePeriod_ns);
         if (swapPacer) end = swapPacer->Pacing() ? std::max(workDone, swapTarget) : workDone;
         advance(std::min(end, duration_ns));
         if (end > duration_ns) return duration_ns;
@@ -126,6 +126,22 @@ class ClosedLoop {
         device->AddFrame(work);
         if (scenario.tickEveryFrame) tickAfterFrame(end, work_ms / (length_ms > 0 ? length_ms : 1));
         return end;
+    }
+
+    // How long the frame sleeps after its work, oversleep included; the clock is at the work's end.
+    std::int64_t sleep_ns(std::int64_t workDone) {
+        if (FeedsVsync(pacing)) {
+            // The latest refresh before each frame stands for a callback at every refresh.
+            session.OnVsync(display.LastRefresh_ns(), display.Period_ns());
+            const std::int64_t wakeUp = session.WakeUp_ns();
+            if (wakeUp <= workDone) return 0;
+            return wakeUp - workDone +
+                   MillisecondsToNs(sleepRandom.Uniform(kLeastOversleep_ms, kMostOversleep_ms));
+        }
+        const float sleep_ms = session.SleepMs();
+        return sleep_ms > 0.0f ? MillisecondsToNs(sleep_ms + sleepRandom.Uniform(kLeastOversleep_ms,
+                                                                                 kMostOversleep_ms))
+                               : 0;
     }
 
     // The time the game gets a buffer to draw into, the clock moved there.
@@ -185,7 +201,11 @@ class ClosedLoop {
     void createPacer() {
         const PolicyKind kind = options.policy.kind;
         if (kind != PolicyKind::Library && kind != PolicyKind::Fixed) return;
-        session.CreatePacer(options.policy.pacing.value_or(scenario.pacing));
+        session.CreatePacer(LibraryPolicy(pacing));
+        if (FeedsVsync(pacing)) {
+            session.SetLatchMargin(
+                MillisecondsToNs(scenario.display.latchMargin_ms + kLatchHeadroom_ms));
+        }
     }
 
     // Passes the row times (and with a periodic host its ticks) due up to that time, then
@@ -323,6 +343,7 @@ class ClosedLoop {
 
     const Scenario& scenario;
     const RunOptions& options;
+    const Pacing pacing;
     RunResult result;
     Session session;
     GameModel game;

@@ -1,6 +1,7 @@
 #include "tools/sim/loop/Session.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "tools/sim/base/InputError.h"
 
@@ -128,6 +129,20 @@ void Session::CreatePacer(android::Nimbrel::Quillet::PacingPolicy policy) {
     nodes.CountWrites();
 }
 
+void Session::SetLatchMargin(std::int64_t margin_ns) {
+    trace->SetTrack(TraceTrack::Render);
+    if (quillet) guard([&] { quillet->SetLatchMargin(std::chrono::nanoseconds(margin_ns)); });
+}
+
+void Session::OnVsync(std::int64_t refresh_ns, std::int64_t period_ns) {
+    if (quillet) {
+        guard([&] {
+            quillet->OnVsync(TalvexHarness::VirtualClock::At(refresh_ns),
+                             std::chrono::nanoseconds(period_ns));
+        });
+    }
+}
+
 void Session::BeginFrame(int target, int refreshRate_Hz) {
     trace->SetTrack(TraceTrack::Render);
     if (quillet) guard([&] { quillet->Update(target, refreshRate_Hz, refreshRate_Hz); });
@@ -139,6 +154,14 @@ float Session::SleepMs() {
     if (quillet) guard([&] { sleep_ms = quillet->CalculateSleepDuration_ms(); });
     nodes.CountWrites();
     return sleep_ms;
+}
+
+std::int64_t Session::WakeUp_ns() {
+    trace->SetTrack(TraceTrack::Render);
+    Basics::TimePoint wakeUp = TalvexHarness::VirtualClock::Now();
+    if (quillet) guard([&] { wakeUp = quillet->CalculateWakeUpTime(); });
+    nodes.CountWrites();
+    return TalvexHarness::VirtualClock::SinceStart_ns(wakeUp);
 }
 
 void Session::EndFrame() {

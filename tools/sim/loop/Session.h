@@ -73,8 +73,14 @@ class Session {
     // The render thread's pacing object, when the policy has one.
     void CreatePacer(android::Nimbrel::Quillet::PacingPolicy policy);
     bool Pacing() const { return quillet != nullptr; }
+    void SetLatchMargin(std::int64_t margin_ns);
+    // The display's latest refresh, as a vsync callback would hand it over.
+    void OnVsync(std::int64_t refresh_ns, std::int64_t period_ns);
     void BeginFrame(int target, int refreshRate_Hz);
     float SleepMs();
+    // Instead of SleepMs: when the frame's sleep should end, on the loop's time; the time now
+    // when it should not sleep.
+    std::int64_t WakeUp_ns();
     void EndFrame();
 
   private:

@@ -124,14 +124,16 @@ TEST(CommandLineTest, CompareRunsEachPolicyOnTheSameFramesAndRerunsIdentically) 
     const std::string scenario = scratch.Write("short.json", ScenarioText("", 30.0));
     const std::string folder = scratch.File("out");
     const Outcome outcome =
-        run({"--compare", "talvex,fixed:45,talvex+deadline", scenario, "--out", folder});
+        run({"--compare", "talvex,fixed:45,talvex+deadline,talvex+deadline-vsync", scenario,
+             "--out", folder});
     ASSERT_EQ(outcome.status, 0) << outcome.err;
     EXPECT_NE(outcome.out.find("fixed:45"), std::string::npos) << outcome.out;
     const std::string csv = ReadFile(folder + "/compare/compare.csv");
     EXPECT_EQ(csv.rfind("policy,fps_stability,cadence_match,display_fps,", 0), 0u) << csv;
-    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 4);
+    EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 5);
     EXPECT_NE(csv.find("\nfixed:45,"), std::string::npos);
     EXPECT_NE(csv.find("\ntalvex+deadline,"), std::string::npos);
+    EXPECT_NE(csv.find("\ntalvex+deadline-vsync,"), std::string::npos);
     for (const char* file : {"compare.md", "compare.svg", "display-intervals.svg",
                              "talvex/report.json", "fixed-45/timeline.csv", "fixed-45/report.md"}) {
         EXPECT_TRUE(std::filesystem::exists(folder + "/compare/" + file)) << file;
@@ -139,8 +141,10 @@ TEST(CommandLineTest, CompareRunsEachPolicyOnTheSameFramesAndRerunsIdentically) 
     // The cap of 45 is held: its report says so.
     const std::string report = ReadFile(folder + "/compare/fixed-45/report.json");
     EXPECT_NE(report.find("\"policy\" : \"fixed:45\""), std::string::npos) << report;
-    ASSERT_EQ(
-        run({scenario, "--compare", "talvex,fixed:45,talvex+deadline", "--out", folder}).status, 0);
+    ASSERT_EQ(run({scenario, "--compare", "talvex,fixed:45,talvex+deadline,talvex+deadline-vsync",
+                   "--out", folder})
+                  .status,
+              0);
     EXPECT_EQ(ReadFile(folder + "/compare/compare.csv"), csv);
     EXPECT_EQ(ReadFile(folder + "/compare/fixed-45/report.json"), report);
 }

@@ -92,7 +92,7 @@ TEST(ScenarioLoaderTest, EveryFaultNamesTheFileThePlaceAndTheField) {
         {"host tick word", ScenarioText("  \"host_tick\": \"vsync\",\n"),
          "host_tick: expected \"frame\" or a period in seconds"},
         {"pacing word", ScenarioText("  \"pacing\": \"fast\",\n"),
-         "pacing: expected \"quota\" or \"deadline\""},
+         "bad.json:4:13: pacing: expected \"quota\", \"deadline\" or \"deadline-vsync\""},
         {"display mode", ScenarioText("  \"display\": {\"mode\": \"gsync\"},\n"),
          "bad.json:4:23: display.mode: 'gsync' is not a display mode"},
         {"buffers", ScenarioText("  \"display\": {\"buffers\": 4},\n"),

@@ -12,10 +12,11 @@ namespace {
 
 // A cool minute of a game with even work, shown on the given panel under the given policy.
 Report shownRun(double work_ms, const std::string& display, const std::string& policy,
-                int refreshRate_Hz = 60) {
+                int refreshRate_Hz = 60, const std::string& pacing = "quota") {
     const std::string text = TalvexSimTest::Replaced(
         TalvexSimTest::ScenarioText("  \"refresh_rate_hz\": " + std::to_string(refreshRate_Hz) +
-                                        ",\n  \"display\": " + display + ",\n",
+                                        ",\n  \"display\": " + display + ",\n  \"pacing\": \"" +
+                                        pacing + "\",\n",
                                     60.0),
         "\"work_ms\": 9.0", "\"work_ms\": " + std::to_string(work_ms) + ", \"jitter\": 0");
     const Scenario scenario = LoadScenarioText(text, "panel.json", "panel");
@@ -97,6 +98,29 @@ TEST(DisplayedFramesTest, APanelWithModesRunsAtTheLowestMultipleOfTheHeldRate) {
     const Report fortyFive = shownRun(9.0, modes, "fixed:45", 120);
     EXPECT_NEAR(*fortyFive.displayIntervalP99_ms, 1000.0 / 45.0, 0.01);
     EXPECT_GT(*fortyFive.cadenceMatch, 0.99);
+}
+
+TEST(DisplayedFramesTest, PacedOnTheVsyncsEachFrameIsShownAtTheRefreshItWasMeantFor) {
+    // 30 held on a fixed 60 Hz panel, the work well inside the period.
+    const Report vsync = shownRun(9.0, "{}", "fixed:30", 60, "deadline-vsync");
+    ASSERT_TRUE(vsync.cadenceMatch.has_value());
+    EXPECT_GT(*vsync.cadenceMatch, 0.999);
+    EXPECT_GT(share(vsync, 2), 0.999);
+    // Queued the latch margin and its headroom (1 + 0.5 ms) before the refresh, two refreshes
+    // after its own start, and on the glass a refresh after the latch.
+    ASSERT_TRUE(vsync.latencyP50_ms.has_value());
+    EXPECT_NEAR(*vsync.latencyP50_ms, 1000.0 / 30.0 + 1.5 + 1000.0 / 60.0, 0.1);
+
+    // The frame quota lets single frames drift: now and then one lands a refresh early.
+    const Report quota = shownRun(9.0, "{}", "fixed:30", 60, "quota");
+    EXPECT_LT(*quota.cadenceMatch, 0.998);
+    EXPECT_GT(share(quota, 1), 0.002);
+    // Plain deadlines are as even, but blind to the refreshes: with the queue full a frame
+    // starts at a refresh and ends a held period later, inside the latch margin, so each one
+    // waits a refresh longer.
+    const Report deadline = shownRun(9.0, "{}", "fixed:30", 60, "deadline");
+    EXPECT_GT(*deadline.cadenceMatch, 0.999);
+    EXPECT_GT(*deadline.latencyP50_ms, *vsync.latencyP50_ms + 10.0);
 }
 
 TEST(DisplayedFramesTest, SwapIntervalPacingShowsFramesLongerThanAPeriodEvenlyAtHalfTheRate) {
