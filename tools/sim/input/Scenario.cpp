@@ -550,9 +550,10 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
                           const std::string& fallbackName, const std::vector<std::string>& added) {
     const JsonDocument document(text, sourceName);
     const Json::Value& root = document.Root();
-    ObjectReader top(document, root, "",
-                     {"name", "description", "duration_s", "seed", "refresh_rate_hz", "host_tick",
-                      "display", "game", "device", "events", "config", "pacing"});
+    ObjectReader top(
+        document, root, "",
+        {"name", "description", "duration_s", "seed", "refresh_rate_hz", "host_tick", "display",
+         "game", "device", "events", "config", "pacing", "pacing_latch_margin_ms"});
     Scenario scenario;
     scenario.sourceName = sourceName;
     scenario.name = top.String("name", fallbackName);
@@ -567,6 +568,9 @@ Scenario LoadScenarioText(const std::string& text, const std::string& sourceName
                       "expected \"quota\", \"deadline\" or \"deadline-vsync\"");
     }
     scenario.pacing = *pacing;
+    if (top.Has("pacing_latch_margin_ms")) {
+        scenario.pacingLatchMargin_ms = top.Number("pacing_latch_margin_ms", 0.0, 1000.0);
+    }
     static const Json::Value kNoFields(Json::objectValue);
     scenario.display = readDisplay(document, top.Has("display") ? top.Member("display") : kNoFields,
                                    scenario.refreshRate_Hz);

@@ -145,6 +145,8 @@ struct Scenario {
     DeviceParams device;
     std::vector<ScenarioEvent> events;  // ordered by time
     Pacing pacing = Pacing::Quota;
+    // The latch margin a pacer fed the vsyncs is told; unset, the display's plus a headroom.
+    std::optional<double> pacingLatchMargin_ms;
     std::vector<FaultEvent> faults;  // ordered by start
 
     // The online configuration exactly as written, and what the library's parser made of it.

@@ -203,8 +203,8 @@ class ClosedLoop {
         if (kind != PolicyKind::Library && kind != PolicyKind::Fixed) return;
         session.CreatePacer(LibraryPolicy(pacing));
         if (FeedsVsync(pacing)) {
-            session.SetLatchMargin(
-                MillisecondsToNs(scenario.display.latchMargin_ms + kLatchHeadroom_ms));
+            session.SetLatchMargin(MillisecondsToNs(scenario.pacingLatchMargin_ms.value_or(
+                scenario.display.latchMargin_ms + kLatchHeadroom_ms)));
         }
     }
 

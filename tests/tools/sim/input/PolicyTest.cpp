@@ -33,7 +33,17 @@ TEST(PacingTest, AScenarioNamesItsPacingAndAPolicyNameMayOverrideIt) {
             "s.json", "s");
         EXPECT_EQ(scenario.pacing, w.pacing) << w.word;
     }
-    EXPECT_EQ(LoadScenarioText(TalvexSimTest::ScenarioText(), "s.json", "s").pacing, Pacing::Quota);
+    const Scenario plain = LoadScenarioText(TalvexSimTest::ScenarioText(), "s.json", "s");
+    EXPECT_EQ(plain.pacing, Pacing::Quota);
+    EXPECT_FALSE(plain.pacingLatchMargin_ms.has_value());
+    EXPECT_EQ(LoadScenarioText(TalvexSimTest::ScenarioText("  \"pacing_latch_margin_ms\": 4.5,\n"),
+                               "s.json", "s")
+                  .pacingLatchMargin_ms,
+              4.5);
+    EXPECT_NE(
+        TalvexSimTest::LoadError(TalvexSimTest::ScenarioText("  \"pacing_latch_margin_ms\": -1,\n"))
+            .find("pacing_latch_margin_ms"),
+        std::string::npos);
 
     const struct {
         const char* name;
