@@ -480,6 +480,15 @@ TEST_F(WakeUpTest, HeldThirtyEndsTheMarginBeforeEverySecondRefresh) {
     EXPECT_NEAR(OffRefresh_us(next.end), -2000.0, 20.0);
     EXPECT_EQ(shownAt(next), late + 2);
     EXPECT_EQ(shownAt(Frame(30, 20.0, true)), late + 4);
+
+    // At the refresh rate itself, every refresh.
+    previous = shownAt(Frame(60, 5.0, true));
+    for (int frame = 0; frame < 60; ++frame) {
+        const Step step = Frame(60, 3.0 + frame % 11, true);
+        EXPECT_NEAR(OffRefresh_us(step.end), -2000.0, 20.0) << frame;
+        EXPECT_EQ(shownAt(step), previous + 1) << frame;
+        previous = shownAt(step);
+    }
 }
 
 // Vsyncs change nothing while the held rate does not divide the refresh rate, once they are a
