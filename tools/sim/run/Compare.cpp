@@ -107,7 +107,12 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
     const char* const columns[] = {"display_fps",   "cadence_match", "display_interval_ms_p99",
                                    "fps_stability", "render_fps",    "peak_temperature_c",
                                    "energy_j"};
-    std::snprintf(line, sizeof line, "  %-16s %9s %8s %8s %10s %10s %7s %9s\n", "policy",
+    // Names longer than the column widen it, so that the figures stay under their headings.
+    int width = 16;
+    for (const SessionRecord& record : records) {
+        width = std::max(width, static_cast<int>(record.policy.size()));
+    }
+    std::snprintf(line, sizeof line, "  %-*s %9s %8s %8s %10s %10s %7s %9s\n", width, "policy",
                   "shown FPS", "cadence", "p99 ms", "stability", "render FPS", "peak C",
                   "energy J");
     text += line;
@@ -115,7 +120,7 @@ std::string FormatComparison(const Scenario& scenario, const std::vector<Session
         const MetricValues metrics = MetricValuesOf(record.report);
         std::string cells[7];
         for (size_t i = 0; i < 7; ++i) cells[i] = orNa(metrics, columns[i]);
-        std::snprintf(line, sizeof line, "  %-16s %9s %8s %8s %10s %10s %7s %9s\n",
+        std::snprintf(line, sizeof line, "  %-*s %9s %8s %8s %10s %10s %7s %9s\n", width,
                       record.policy.c_str(), cells[0].c_str(), cells[1].c_str(), cells[2].c_str(),
                       cells[3].c_str(), cells[4].c_str(), cells[5].c_str(), cells[6].c_str());
         text += line;
