@@ -154,8 +154,7 @@ float Quillet::QuilletImpl::calculateSleep_ms() {
         traceMicroseconds("AI Sleep duration (us)", sleep_ms);
         TALVEX_LOGD("[Quillet][CalculateSleepDuration_ms] Finally, sleepDuration_ms = %f",
                     sleep_ms);
-        wakeUp = now + std::chrono::nanoseconds(
-                           static_cast<int64_t>(static_cast<double>(sleep_ms) * 1e6 + 0.5));
+        wakeUp = now + std::chrono::nanoseconds(std::llround(static_cast<double>(sleep_ms) * 1e6));
         return sleep_ms;
     }
     atrace_int(TALVEX_TRACE_TAG, "AI Sleep duration (us)", 0);
