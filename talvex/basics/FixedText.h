@@ -13,7 +13,8 @@ constexpr std::size_t kGeneral4MaxLength = 10;
 //
 // Per-frame text: most values are scaled in double precision and rounded in place. A value whose
 // scaled error could change its fourth digit (within 1e-9 of a half) or whose power of ten is not
-// exact in double is left to snprintf, so the text never differs from it.
+// exact in double is left to snprintf, so the text never differs from it. That bound holds where
+// double arithmetic rounds once (VFP, SSE2), not through x87's wider registers or -ffast-math.
 char* AppendGeneral4(char* out, float value);
 
 // One line built into a caller's buffer without allocating, cut and terminated as snprintf cuts
