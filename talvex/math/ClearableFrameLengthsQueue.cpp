@@ -1,9 +1,9 @@
 #include "talvex/math/ClearableFrameLengthsQueue.h"
 
 #include <cmath>
-#include <cstdio>
 
 #include "talvex/basics/Conversions.h"
+#include "talvex/basics/FixedText.h"
 #include "talvex/math/MathImpl.h"
 
 namespace Math {
@@ -101,13 +101,13 @@ std::string ClearableFrameLengthsQueue::GetDumpedFileInfo() const {
 
 int ClearableFrameLengthsQueue::FormatDumpedFileInfo(char* buffer, std::size_t size) const {
     // What a stream at precision 4 prints, except that a NaN is "nan" whatever its sign bit.
-    const auto printable = [](float value) {
-        return std::isnan(value) ? std::numeric_limits<double>::quiet_NaN()
-                                 : static_cast<double>(value);
-    };
-    return std::snprintf(buffer, size, "%u,%.4g,%.4g,%.4g", static_cast<unsigned>(quotaCount),
-                         printable(avgFPS), printable(minAvgFPS),
-                         printable(maxFrameLength * 1000.0f));
+    Basics::FixedText text(buffer, size);
+    text.Append(static_cast<std::int64_t>(quotaCount));
+    for (float value : {avgFPS, minAvgFPS, maxFrameLength * 1000.0f}) {
+        text.Append(',');
+        text.AppendGeneral4(value);
+    }
+    return text.Finish();
 }
 
 }  // namespace Math

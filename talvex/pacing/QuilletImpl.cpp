@@ -6,11 +6,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
-#include <cstdio>
 
 #include "talvex/basics/CharacterDevice.h"
 #include "talvex/basics/Clock.h"
 #include "talvex/basics/Conversions.h"
+#include "talvex/basics/FixedText.h"
 #include "talvex/basics/Log.h"
 #include "talvex/basics/Trace.h"
 
@@ -18,11 +18,6 @@ namespace android {
 namespace Nimbrel {
 namespace Quillet {
 namespace {
-
-double printable(float value) {
-    return std::isnan(value) ? std::numeric_limits<double>::quiet_NaN()
-                             : static_cast<double>(value);
-}
 
 // The product is taken only while the tag is on.
 void traceScaled(const char* name, float value, double scale) {
@@ -45,11 +40,21 @@ int64_t floorDivide(int64_t numerator, int64_t denominator) {
 }  // namespace
 
 int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line) {
-    return std::snprintf(buffer, size, "%.4g;%d;%.4g;%s;%.4g;%.4g;%.4g;%.4g;%.4g\n",
-                         printable(line.SFPS), static_cast<int>(line.fastestFPS),
-                         printable(line.frameLength_ms), line.window, printable(line.quota_ms),
-                         printable(line.averagedFPS), printable(line.sleepCalibration_ms),
-                         printable(line.timeDiff_ms), printable(line.sleepDuration_ms));
+    Basics::FixedText text(buffer, size);
+    text.AppendGeneral4(line.SFPS);
+    text.Append(';');
+    text.Append(static_cast<std::int64_t>(line.fastestFPS));
+    text.Append(';');
+    text.AppendGeneral4(line.frameLength_ms);
+    text.Append(';');
+    text.Append(line.window);
+    for (float value : {line.quota_ms, line.averagedFPS, line.sleepCalibration_ms, line.timeDiff_ms,
+                        line.sleepDuration_ms}) {
+        text.Append(';');
+        text.AppendGeneral4(value);
+    }
+    text.Append('\n');
+    return text.Finish();
 }
 
 Quillet::QuilletImpl::QuilletImpl(PacingPolicy policy)

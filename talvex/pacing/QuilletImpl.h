@@ -30,9 +30,9 @@ struct InfoLine {
     float sleepDuration_ms;  // 0 while exploring
 };
 
-// Nine ";"-separated fields and a line end, into a caller's buffer without allocating. Floats
-// read as a standard stream at precision 4 prints them, except that every NaN is "nan" (a 0/0
-// on x86-64 carries the sign bit). Returns what snprintf returns.
+// Nine ";"-separated fields and a line end, into a caller's buffer without allocating, cut as
+// snprintf cuts. Floats read as a standard stream at precision 4 prints them, except that every
+// NaN is "nan" (a 0/0 on x86-64 carries the sign bit). Returns the uncut length.
 int FormatInfoLine(char* buffer, std::size_t size, const InfoLine& line);
 
 // Per frame nothing here allocates except the first PostUpdate, and the only system calls are
