@@ -132,7 +132,7 @@ class Table {
                 out << "| " << name << " | " << format("%.0f", f.time_ns) << " | "
                     << format("%.0f", base.time_ns) << " | " << format("%.2f", ratio) << " | "
                     << format("%.2f", allocs) << " |\n";
-                goals.push_back({name + ": at most 1.3 times the floor", ratio <= 1.3,
+                goals.push_back({name + ": at most 1.15 times the floor", ratio <= 1.15,
                                  format("%.2f", ratio) + " times"});
                 if (frameName == std::string("BM_DeadlineFrame")) {
                     goals.push_back({name + ": no allocation in the steady state", allocs == 0.0,
