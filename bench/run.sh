@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in a Release tree, runs them all, writes their JSON to out/bench/ and the
-# results table to out/bench/results.md. Takes about four minutes, two and a half of them the
+# results table to out/bench/results.md. Takes about five minutes, three of them the
 # real-time pacing runs. Environment: BENCH_BUILD_DIR (default build-bench), JOBS (default 2),
 # PACING_SECONDS (default 10 per run).
 set -euo pipefail
@@ -104,7 +104,7 @@ printf '{\n  "context": {"machine": "%s", "date": "%s", "command": "%s"},\n  "si
     "$frames" "$simulated_s" "$wall_median" "$(IFS=,; printf '%s' "${walls[*]}")" \
     > "$out/sim.json"
 
-echo "== real-time pacing accuracy (4 pacers x 3 rates x ${pacing_seconds} s)"
+echo "== real-time pacing accuracy (5 pacers x 3 rates x ${pacing_seconds} s)"
 # SCHED_FIFO where allowed (the program says so when it is refused and records the policy).
 "$bin/talvex_bench_pacing" --seconds "$pacing_seconds" --rates 30,45,60 --fifo 10 \
     --intervals "$out" --out "$out/pacing.json"
