@@ -122,8 +122,8 @@ TEST(FixedText, CutsAndCountsAsSnprintf) {
     char reference[64];
     const int referenceLength =
         std::snprintf(reference, sizeof(reference), "%d;%s%.4g", -42, "window", 16.6667);
-    for (std::size_t size :
-         {std::size_t{64}, std::size_t{15}, std::size_t{14}, std::size_t{9}, std::size_t{1}}) {
+    for (std::size_t size : {std::size_t{64}, std::size_t{15}, std::size_t{14}, std::size_t{12},
+                             std::size_t{9}, std::size_t{1}}) {
         char buffer[80];
         std::memset(buffer, 'x', sizeof(buffer));
         EXPECT_EQ(build(buffer, size), referenceLength);
