@@ -249,14 +249,11 @@ int usage(const char* program) {
     return 2;
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    Options options;
-    const std::string command = TalvexBench::CommandLine(argc, argv);
+// False on anything but the documented options with sensible values.
+bool parseOptions(int argc, char** argv, Options& options) {
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        if (i + 1 >= argc) return usage(argv[0]);
+        if (i + 1 >= argc) return false;
         const std::string value = argv[++i];
         if (arg == "--seconds") {
             options.seconds = std::atof(value.c_str());
@@ -277,13 +274,22 @@ int main(int argc, char** argv) {
                 options.rates.push_back(std::atoi(rate.c_str()));
             }
         } else {
-            return usage(argv[0]);
+            return false;
         }
     }
-    if (options.seconds <= 0 || options.rates.empty()) return usage(argv[0]);
+    if (options.seconds <= 0 || options.rates.empty()) return false;
     for (int rate : options.rates) {
-        if (rate < 11 || rate > 120) return usage(argv[0]);
+        if (rate < 11 || rate > 120) return false;
     }
+    return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options options;
+    const std::string command = TalvexBench::CommandLine(argc, argv);
+    if (!parseOptions(argc, argv, options)) return usage(argv[0]);
 
     // A render thread runs at a raised priority; under SCHED_FIFO the other work of a shared
     // machine cannot preempt the loop, so the runs compare the pacers and not the neighbours.

@@ -72,6 +72,31 @@ std::chrono::nanoseconds signedDuration(FuzzInput& input) {
     return std::chrono::nanoseconds(negative ? -span : span);
 }
 
+// A vsync, a latch margin, or a frame that sleeps to its wake-up time.
+void displayOperation(uint8_t operation, FuzzInput& input, Quillet& quillet, int target,
+                      int refreshRate, int maxFPS) {
+    switch (operation % 3) {
+        case 0:
+            quillet.OnVsync(TalvexHarness::VirtualClock::Now() + signedDuration(input),
+                            signedDuration(input));
+            break;
+        case 1:
+            quillet.SetLatchMargin(signedDuration(input));
+            break;
+        default: {
+            quillet.Update(target, refreshRate, maxFPS);
+            FuzzEnvironment::Advance(duration_ns(input));
+            const Basics::TimePoint read = TalvexHarness::VirtualClock::Now();
+            const Basics::TimePoint wake = quillet.CalculateWakeUpTime();
+            if (wake < read) __builtin_trap();
+            checkNode();
+            FuzzEnvironment::Advance(static_cast<uint64_t>((wake - read).count()));
+            quillet.PostUpdate();
+            break;
+        }
+    }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -89,26 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     while (!input.Empty()) {
         const uint8_t operation = input.Byte();
         if (operation >= 0xE0) {
-            switch (operation % 3) {
-                case 0:
-                    quillet->OnVsync(TalvexHarness::VirtualClock::Now() + signedDuration(input),
-                                     signedDuration(input));
-                    break;
-                case 1:
-                    quillet->SetLatchMargin(signedDuration(input));
-                    break;
-                default: {
-                    quillet->Update(target, refreshRate, maxFPS);
-                    FuzzEnvironment::Advance(duration_ns(input));
-                    const Basics::TimePoint read = TalvexHarness::VirtualClock::Now();
-                    const Basics::TimePoint wake = quillet->CalculateWakeUpTime();
-                    if (wake < read) __builtin_trap();
-                    checkNode();
-                    FuzzEnvironment::Advance(static_cast<uint64_t>((wake - read).count()));
-                    quillet->PostUpdate();
-                    break;
-                }
-            }
+            displayOperation(operation, input, *quillet, target, refreshRate, maxFPS);
             continue;
         }
         switch (operation % 7) {
