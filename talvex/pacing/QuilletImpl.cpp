@@ -311,8 +311,9 @@ void Quillet::QuilletImpl::VsyncTimeline::Write(Basics::TimePoint vsync,
                                            std::memory_order_relaxed)) {
         even &= ~1u;
     }
-    vsync_ns.store(vsync.time_since_epoch().count(), std::memory_order_relaxed);
-    period_ns.store(period.count(), std::memory_order_relaxed);
+    // Released so that a reader who sees either value also sees the odd count before it.
+    vsync_ns.store(vsync.time_since_epoch().count(), std::memory_order_release);
+    period_ns.store(period.count(), std::memory_order_release);
     sequence.store(even + 2, std::memory_order_release);
 }
 
@@ -324,9 +325,9 @@ bool Quillet::QuilletImpl::VsyncTimeline::Read(Basics::TimePoint& vsync,
                                                std::chrono::nanoseconds& period) const {
     const uint32_t before = sequence.load(std::memory_order_acquire);
     if (before == 0 || (before & 1u) != 0) return false;
-    vsync = Basics::TimePoint(std::chrono::nanoseconds(vsync_ns.load(std::memory_order_relaxed)));
-    period = std::chrono::nanoseconds(period_ns.load(std::memory_order_relaxed));
-    std::atomic_thread_fence(std::memory_order_acquire);
+    // Acquired, not fenced: the count is read again only after both values.
+    vsync = Basics::TimePoint(std::chrono::nanoseconds(vsync_ns.load(std::memory_order_acquire)));
+    period = std::chrono::nanoseconds(period_ns.load(std::memory_order_acquire));
     return sequence.load(std::memory_order_relaxed) == before;
 }
 
