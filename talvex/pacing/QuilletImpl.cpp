@@ -120,11 +120,13 @@ void Quillet::QuilletImpl::updateStabilizedFPS(int targetSFPS, int fastest) {
 
 float Quillet::QuilletImpl::CalculateSleepDuration_ms() {
     TALVEX_TRACE_SCOPE("Quillet::CalculateSleepDuration_ms()");
+    sleepsToWakeUp = false;
     return calculateSleep_ms();
 }
 
 Basics::TimePoint Quillet::QuilletImpl::CalculateWakeUpTime() {
     TALVEX_TRACE_SCOPE("Quillet::CalculateWakeUpTime()");
+    sleepsToWakeUp = true;
     calculateSleep_ms();
     // Pacing off takes no clock read of its own.
     return std::isnan(SFPS) ? Basics::Now() : wakeUp;
@@ -275,8 +277,10 @@ Basics::TimePoint Quillet::QuilletImpl::alignedDeadline(Basics::TimePoint lastEn
 // after the refresh it was meant for, or half a refresh early: it is shown at another refresh.
 void Quillet::QuilletImpl::followSchedule(Basics::TimePoint frameEnd) {
     if (sleptToDeadline) {
-        // The sleep ended here; it was meant to end at wakeUp.
-        const float shown_ms = elapsed_ms(wakeUp, frameEnd);
+        // How much later than meant the sleep ended. A caller told milliseconds is measured
+        // against the deadline, as it always was, so that its frames keep their nanoseconds.
+        const float shown_ms = sleepsToWakeUp ? elapsed_ms(wakeUp, frameEnd)
+                                              : elapsed_ms(deadline, frameEnd) + oversleep_ms;
         oversleep_ms +=
             (std::clamp(shown_ms, 0.0f, kMaxOversleep_ms) - oversleep_ms) * kOversleepWeight;
         sleptToDeadline = false;

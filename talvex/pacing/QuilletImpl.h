@@ -134,6 +134,7 @@ class Quillet::QuilletImpl {
     // whether its sleep was computed against that, and the oversleep learned so far.
     Basics::TimePoint deadline{};
     bool sleptToDeadline = false;
+    bool sleepsToWakeUp = false;  // the caller asked for a wake-up time, not milliseconds
     float oversleep_ms = 0.0f;
     Cadence cadence;
     VsyncTimeline vsyncs;

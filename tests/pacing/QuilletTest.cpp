@@ -436,11 +436,17 @@ TEST_F(WakeUpTest, WakeUpIsTheClockReadPlusTheSleepAndPacesAlike) {
     for (Pacing pacing : {Pacing::Quota, Pacing::Deadline, Pacing::DeadlineVsync}) {
         const std::vector<Step> told = run(pacing, false);
         const std::vector<Step> woken = run(pacing, true);
+        // Under Deadline the oversleep is learned against the wake-up or against the deadline,
+        // which round a few nanoseconds apart; the frame quota learns none.
+        const std::chrono::nanoseconds apart(pacing == Pacing::Quota ? 0 : 20);
+        const auto near = [apart](Basics::TimePoint a, Basics::TimePoint b) {
+            return a - b <= apart && b - a <= apart;
+        };
         int sleeps = 0;
         for (std::size_t frame = 0; frame < told.size(); ++frame) {
-            ASSERT_EQ(woken[frame].read, told[frame].read) << frame;
-            ASSERT_EQ(woken[frame].wake, told[frame].wake) << frame;
-            ASSERT_EQ(woken[frame].end, told[frame].end) << frame;
+            ASSERT_TRUE(near(woken[frame].read, told[frame].read)) << frame;
+            ASSERT_TRUE(near(woken[frame].wake, told[frame].wake)) << frame;
+            ASSERT_TRUE(near(woken[frame].end, told[frame].end)) << frame;
             sleeps += woken[frame].wake > woken[frame].read;
             // Exploring (40-79) and off (80-119) do not sleep.
             if (frame >= 40 && frame < 120) {
